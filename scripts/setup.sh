@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# Installs everything groomcore needs on a fresh Debian machine (run as root) and is safe
+# to run again: Debian packages that are missing, then the project's Python virtual
+# environment in .venv. Prints what it does; does nothing when all is in place.
+set -euo pipefail
+ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+
+APT_PACKAGES=(
+  build-essential cmake pkg-config git
+  libkseexpr-dev                       # SeExpr expression language (KSeExpr)
+  libgtest-dev libgmock-dev            # GoogleTest
+  libbenchmark-dev                     # Google Benchmark
+  libomp-dev                           # OpenMP runtime headers (GCC brings libgomp)
+  libgl-dev libopengl-dev libegl-dev   # OpenGL and EGL through glvnd
+  libegl-mesa0 libgl1-mesa-dri         # Mesa: software rendering for headless contexts
+  libpng-dev                           # PNG output of the gallery
+  libpython3.11-dev                    # Python embedding for the OpenUSD C++ libraries
+)
+
+missing=()
+for p in "${APT_PACKAGES[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed"; then
+    missing+=("$p")
+  fi
+done
+if ((${#missing[@]})); then
+  echo "setup: installing Debian packages: ${missing[*]}"
+  SUDO=""
+  if [ "$(id -u)" != 0 ]; then SUDO="sudo"; fi
+  $SUDO apt-get update -q
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -q --no-install-recommends "${missing[@]}"
+fi
+
+PY="${PYTHON:-python3}"
+VENV="$ROOT/.venv"
+REQ="$ROOT/scripts/requirements.txt"
+STAMP="$VENV/.requirements.sha256"
+want="$(sha256sum "$REQ" | cut -d' ' -f1)"
+if [ ! -x "$VENV/bin/python" ]; then
+  echo "setup: creating the virtual environment $VENV"
+  "$PY" -m venv "$VENV"
+fi
+if [ ! -f "$STAMP" ] || [ "$(cat "$STAMP")" != "$want" ]; then
+  echo "setup: installing Python packages from scripts/requirements.txt"
+  "$VENV/bin/python" -m pip install -q --upgrade pip
+  "$VENV/bin/python" -m pip install -q -r "$REQ"
+  echo "$want" > "$STAMP"
+fi
+echo "setup: ready"
