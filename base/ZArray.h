@@ -1,0 +1,146 @@
+// The growable array: std::vector with no further member, so a ZArray is exactly the
+// vector's data and its elements go to a file in one block.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <type_traits>
+#include <vector>
+
+#include "base/ZAxis.h"
+#include "base/ZDataUnit.h"
+#include "base/ZMatrix.h"
+#include "base/ZStream.h"
+#include "base/ZString.h"
+#include "base/ZTuple.h"
+#include "base/ZVector.h"
+
+namespace Ulmex {
+
+template <typename T>
+class ZArray : public std::vector<T> {
+public:
+    using std::vector<T>::vector;
+    ZArray() = default;
+
+    int length() const { return static_cast<int>(this->size()); }
+
+    // n < 1 empties the array. Otherwise it resizes to exactly n; with zeroFill every
+    // element is then set to zero bytes, so a shrink or a same-size call clears old values.
+    void setLength(int n, bool zeroFill = true);
+
+    // Every element to zero bytes.
+    void zeroize() {
+        static_assert(std::is_trivially_copyable<T>::value, "raw element type needed");
+        if (!this->empty()) std::memset(static_cast<void*>(this->data()), 0, this->size() * sizeof(T));
+    }
+
+    // Raw form. With writeLength, an int32 element count comes first. The elements follow
+    // as one block; an empty array writes no element bytes (and none at all without the
+    // count).
+    void write(std::ofstream& file, bool writeLength) const;
+
+    // With readLength, first reads an int32 count and resizes; a negative count, or one
+    // that needs more bytes than the stream has left, fails the stream and empties the
+    // array. Then reads length() elements as one block. Elements the stream cannot
+    // deliver keep their value (zero after a sizing read); false when not all came.
+    bool read(std::ifstream& file, bool readLength);
+
+    // Empties the array first; then, for a non-empty source, takes source[i] for each
+    // nonzero keep[i], in order. A keep of another length prints
+    // "Error@ZArray::from(): Invalid input data." and leaves the array empty.
+    void from(const ZArray<T>& source, const ZArray<char>& keep);
+
+    // The elements of `other` behind this array's own.
+    void append(const ZArray<T>& other);
+
+    // length * sizeof(T) in the given unit; an invalid unit prints
+    // "Error@ZArray::usedMemorySize(): Invalid data unit." and counts 0.
+    double usedMemorySize(ZDataUnit::DataUnit unit) const;
+};
+
+template <typename T>
+void ZArray<T>::setLength(int n, bool zeroFill) {
+    if (n < 1) { this->clear(); return; }
+    this->resize(static_cast<size_t>(n));
+    if (zeroFill) zeroize();
+}
+
+template <typename T>
+void ZArray<T>::write(std::ofstream& file, bool writeLength) const {
+    static_assert(std::is_trivially_copyable<T>::value, "raw element type needed");
+    if (writeLength) {
+        const int32_t n = length();
+        file.write(reinterpret_cast<const char*>(&n), sizeof n);
+    }
+    if (!this->empty())
+        file.write(reinterpret_cast<const char*>(this->data()),
+                   static_cast<std::streamsize>(this->size() * sizeof(T)));
+}
+
+template <typename T>
+bool ZArray<T>::read(std::ifstream& file, bool readLength) {
+    static_assert(std::is_trivially_copyable<T>::value, "raw element type needed");
+    if (readLength) {
+        int32_t n = 0;
+        if (!readPod(file, n) || n < 0 ||
+            static_cast<int64_t>(n) * static_cast<int64_t>(sizeof(T)) > ZStreamRemaining(file)) {
+            this->clear();
+            markFailed(file);
+            return false;
+        }
+        setLength(n, true);
+    }
+    if (this->empty()) return true;
+    const size_t want = this->size() * sizeof(T);
+    file.read(reinterpret_cast<char*>(this->data()), static_cast<std::streamsize>(want));
+    return static_cast<size_t>(file.gcount()) == want;
+}
+
+template <typename T>
+void ZArray<T>::from(const ZArray<T>& source, const ZArray<char>& keep) {
+    this->clear();
+    if (source.empty()) return;
+    if (source.size() != keep.size()) {
+        std::cout << "Error@ZArray::from(): Invalid input data." << std::endl;
+        return;
+    }
+    size_t count = 0;
+    for (char k : keep) count += (k != 0);
+    this->reserve(count);
+    for (size_t i = 0; i < source.size(); ++i)
+        if (keep[i] != 0) this->push_back(source[i]);
+}
+
+template <typename T>
+void ZArray<T>::append(const ZArray<T>& other) {
+    const size_t old = this->size();
+    this->resize(old + other.size());
+    std::copy(other.begin(), other.end(), this->begin() + static_cast<std::ptrdiff_t>(old));
+}
+
+template <typename T>
+double ZArray<T>::usedMemorySize(ZDataUnit::DataUnit unit) const {
+    const double scale = ZDataUnit::scale(unit);
+    if (scale < 0.0) {
+        std::cout << "Error@ZArray::usedMemorySize(): Invalid data unit." << std::endl;
+        return 0.0;
+    }
+    return static_cast<double>(this->size()) * static_cast<double>(sizeof(T)) * scale;
+}
+
+using ZIntArray = ZArray<int>;
+using ZCharArray = ZArray<char>;
+using ZFloatArray = ZArray<float>;
+using ZFloat2Array = ZArray<ZTuple<2, float>>;
+using ZFloat3Array = ZArray<ZTuple<3, float>>;
+using ZInt3Array = ZArray<ZTuple<3, int>>;
+using ZVectorArray = ZArray<ZVector>;
+using ZAxisArray = ZArray<ZAxis>;
+using ZMatrixArray = ZArray<ZMatrix>;
+using ZStringArray = ZArray<ZString>;
+
+} // namespace Ulmex

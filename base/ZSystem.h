@@ -1,0 +1,22 @@
+// File system and machine queries.
+#pragma once
+
+#include "base/ZString.h"
+
+namespace Ulmex {
+
+// True if the path exists, file or directory.
+bool ZFileExist(const char* path);
+
+// Creates the directory with the given mode; true on success and for a directory that
+// already exists. Only the last component is created.
+bool ZCreateDirectory(const char* path, unsigned int mode);
+
+// Fills `text` with facts about the machine, for a cache's information record: one line
+// per fact, each a tab, a quoted key, a colon, a quoted value and a comma, each ended by a
+// newline. Keys begin with "System" so that no reader key can match them, and values
+// carry no white space, colon or double-quote mark (those are replaced by '_'), so a
+// token-by-token reader sees one token per line that it skips. Replaces what `text` held.
+void ZGetSystemInfo(ZString& text);
+
+} // namespace Ulmex
