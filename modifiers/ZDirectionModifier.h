@@ -1,0 +1,42 @@
+// Turns each strand rigidly about its root: first by pitch about the lean axis, then by
+// yaw about the surface normal. Angles come from expressions in degrees.
+#pragma once
+
+#include "base/UlmexBase.h"
+#include "modifiers/ZModifier.h"
+#include "strands/ZFollicles.h"
+
+class ZDirectionModifier : public ZModifier {
+public:
+    int prevNum;
+    float prevPitch, prevPitchSeed, prevPitchRand, prevPitchFreq;
+    Ulmex::ZString prevPitchExpr;
+    Ulmex::ZFloatArray pitchValues;  // radians
+    float prevYaw, prevYawSeed, prevYawRand, prevYawFreq;
+    Ulmex::ZString prevYawExpr;
+    Ulmex::ZFloatArray yawValues;    // radians
+    Ulmex::ZString prevMaskExpr;
+    Ulmex::ZCharArray maskFlags;
+    float pitch, pitchSeed, pitchRand, pitchFreq;
+    Ulmex::ZString pitchExpr;
+    float yaw, yawSeed, yawRand, yawFreq;
+    Ulmex::ZString yawExpr;
+    Ulmex::ZString maskExpr;
+
+    // Builds the members and calls reset(); the public parameters get no value.
+    ZDirectionModifier();
+    // Forgets the remembered parameters (the next evaluate recomputes) and the maps; the
+    // results stay.
+    void reset();
+    // Recomputes the per-strand angles and mask if the strand count or a parameter changed.
+    void evaluate(const ZFollicles& follicles, const Ulmex::ZCurves& curves);
+    // Rotates CVs 1.. of every unmasked strand about axs[i].origin: pitch about the lean
+    // axis rxy (not normalised), then yaw about the normal; angles within 0.01 radian of
+    // zero are skipped.
+    void deform(ZFollicles& follicles, Ulmex::ZCurves& curves, const Ulmex::ZCurves& curves0);
+    // evaluate, then deform.
+    void apply(ZFollicles& follicles, Ulmex::ZCurves& curves, const Ulmex::ZCurves& curves0) {
+        evaluate(follicles, curves);
+        deform(follicles, curves, curves0);
+    }
+};
