@@ -80,9 +80,18 @@ inline ZVector& ZVector::normalize(bool fast) {
 
 // Rodrigues' rotation of v about `axis` (used as given, unit or not) by `angle` radians:
 // v*c + (axis x v)*s + axis*((1 - c)*(v . axis)), the three terms summed in that order.
+inline ZVector Rotate(const ZVector& v, const ZVector& axis, float s, float c);
+
 inline ZVector Rotate(const ZVector& v, const ZVector& axis, float angle) {
     float s, c;
     ::sincosf(angle, &s, &c);
+    return Rotate(v, axis, s, c);
+}
+
+// The same rotation with the sine and cosine of the angle already at hand: bit for bit the
+// result of Rotate(v, axis, angle) when s and c come from sincosf(angle). Loops that turn
+// many vectors by one angle call sincosf once.
+inline ZVector Rotate(const ZVector& v, const ZVector& axis, float s, float c) {
     const ZVector t0 = v * c;
     const ZVector t1 = axis.cross(v) * s;
     const ZVector t2 = axis * ((1.f - c) * v.dot(axis));

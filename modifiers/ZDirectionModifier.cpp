@@ -43,11 +43,16 @@ void ZDirectionModifier::deform(ZFollicles& follicles, ZCurves& curves, const ZC
         const float y = yawValues[i];
         const bool doPitch = p > 0.01f || p < -0.01f;
         const bool doYaw = y > 0.01f || y < -0.01f;
+        // One sincosf per angle and strand; the rotation of each CV is what Rotate(v, axis,
+        // angle) gives.
+        float ps = 0.f, pc = 1.f, ys = 0.f, yc = 1.f;
+        if (doPitch) ::sincosf(p, &ps, &pc);
+        if (doYaw) ::sincosf(y, &ys, &yc);
         ZVector* cv = curves.cvs.data() + curves.start[i];
         for (int j = 1; j < n; ++j) {
             ZVector v = cv[j] - a.origin;
-            if (doPitch) v = Rotate(v, k, p);
-            if (doYaw) v = Rotate(v, a.zAxis, y);
+            if (doPitch) v = Rotate(v, k, ps, pc);
+            if (doYaw) v = Rotate(v, a.zAxis, ys, yc);
             cv[j] = v + a.origin;
         }
     });
