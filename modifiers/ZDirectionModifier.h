@@ -8,6 +8,9 @@
 
 class ZDirectionModifier : public ZModifier {
 public:
+    // Members in the order of the modifier pattern (see ZModifier.h): remembered count,
+    // per group the remembered parameters, expression and results, then the public
+    // parameters the host sets. None has a default.
     int prevNum;
     float prevPitch, prevPitchSeed, prevPitchRand, prevPitchFreq;
     Ulmex::ZString prevPitchExpr;
@@ -23,18 +26,13 @@ public:
     Ulmex::ZString yawExpr;
     Ulmex::ZString maskExpr;
 
-    // Builds the members and calls reset(); the public parameters get no value.
     ZDirectionModifier();
-    // Forgets the remembered parameters (the next evaluate recomputes) and the maps; the
-    // results stay.
     void reset();
-    // Recomputes the per-strand angles and mask if the strand count or a parameter changed.
     void evaluate(const ZFollicles& follicles, const Ulmex::ZCurves& curves);
     // Rotates CVs 1.. of every unmasked strand about axs[i].origin: pitch about the lean
     // axis rxy (not normalised), then yaw about the normal; angles within 0.01 radian of
     // zero are skipped.
     void deform(ZFollicles& follicles, Ulmex::ZCurves& curves, const Ulmex::ZCurves& curves0);
-    // evaluate, then deform.
     void apply(ZFollicles& follicles, Ulmex::ZCurves& curves, const Ulmex::ZCurves& curves0) {
         evaluate(follicles, curves);
         deform(follicles, curves, curves0);

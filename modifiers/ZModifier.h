@@ -1,5 +1,16 @@
 // Base of every strand modifier: the list of texture maps the host registered, by name.
 // Not polymorphic: the host calls each concrete modifier directly.
+//
+// Every concrete modifier follows one protocol:
+//   - its constructor builds the members and calls reset(); no public parameter gets a
+//     value, the host sets each one before the first evaluate;
+//   - reset() zeroes the remembered count and parameters, empties the remembered
+//     expressions and drops the map list, so the next evaluate recomputes; results stay;
+//   - evaluate(follicles, curves) recomputes the per-strand results only when the strand
+//     count or one of the modifier's own parameters changed (the frame in
+//     ZModifierFrame.h);
+//   - deform(follicles, curves, curves0) applies the stored results, evaluating nothing;
+//   - apply(...) is evaluate, then deform.
 #pragma once
 
 #include <utility>

@@ -57,28 +57,21 @@ struct Item {
 
 // A full expression group: value, seed, rand, freq and expression, with their remembered
 // copies, the result array, and the offset constants drawn from `offsetSeed`.
+inline Item valueGroup(const char* name, const float& value, float& prevValue, const Ulmex::ZString& expr,
+                       Ulmex::ZString& prevExpr, Ulmex::ZFloatArray& results, const float& offsetSeed, int k0,
+                       int k1, int k2);
+
 inline Item group(const char* name, const float& value, float& prevValue, const float& seed, float& prevSeed,
                   const float& rand, float& prevRand, const float& freq, float& prevFreq,
                   const Ulmex::ZString& expr, Ulmex::ZString& prevExpr, Ulmex::ZFloatArray& results,
                   const float& offsetSeed, int k0, int k1, int k2, bool degrees = false) {
-    Item it;
-    it.kind = Item::Group;
-    it.valueName = name;
-    it.value = &value;
-    it.prevValue = &prevValue;
+    Item it = valueGroup(name, value, prevValue, expr, prevExpr, results, offsetSeed, k0, k1, k2);
     it.seed = &seed;
     it.prevSeed = &prevSeed;
     it.rand = &rand;
     it.prevRand = &prevRand;
     it.freq = &freq;
     it.prevFreq = &prevFreq;
-    it.expr = &expr;
-    it.prevExpr = &prevExpr;
-    it.results = &results;
-    it.offsetSeed = &offsetSeed;
-    it.k[0] = k0;
-    it.k[1] = k1;
-    it.k[2] = k2;
     it.degrees = degrees;
     return it;
 }

@@ -7,6 +7,9 @@
 
 class ZOffsetModifier : public ZModifier {
 public:
+    // Members in the order of the modifier pattern (see ZModifier.h): remembered count,
+    // per group the remembered parameters, expression and results, then the public
+    // parameters the host sets. None has a default.
     int prevNum;
     float prevOffset, prevSeed, prevRand, prevFreq;
     Ulmex::ZString prevExpr;
@@ -20,16 +23,11 @@ public:
     // root. Read only by deform, so it takes effect without a recomputation.
     bool alongStrand;
 
-    // Builds the members and calls reset(); the public parameters get no value.
     ZOffsetModifier();
-    // Forgets the remembered parameters (the next evaluate recomputes) and the maps; the
-    // results stay.
     void reset();
-    // Recomputes the per-strand results if the strand count or a parameter changed.
     void evaluate(const ZFollicles& follicles, const Ulmex::ZCurves& curves);
     // Moves every CV of every unmasked strand by offsets[i] along the chosen direction.
     void deform(ZFollicles& follicles, Ulmex::ZCurves& curves, const Ulmex::ZCurves& curves0);
-    // evaluate, then deform.
     void apply(ZFollicles& follicles, Ulmex::ZCurves& curves, const Ulmex::ZCurves& curves0) {
         evaluate(follicles, curves);
         deform(follicles, curves, curves0);

@@ -7,6 +7,9 @@
 
 class ZScaleModifier : public ZModifier {
 public:
+    // Members in the order of the modifier pattern (see ZModifier.h): remembered count,
+    // per group the remembered parameters, expression and results, then the public
+    // parameters the host sets. None has a default.
     int prevNum;
     float prevScale, prevSeed, prevRand, prevFreq;
     Ulmex::ZString prevExpr;
@@ -17,16 +20,11 @@ public:
     Ulmex::ZString expr;
     Ulmex::ZString maskExpr;
 
-    // Builds the members and calls reset(); the public parameters get no value.
     ZScaleModifier();
-    // Forgets the remembered parameters (the next evaluate recomputes) and the maps; the
-    // results stay.
     void reset();
-    // Recomputes the per-strand results if the strand count or a parameter changed.
     void evaluate(const ZFollicles& follicles, const Ulmex::ZCurves& curves);
     // Scales CVs 1.. of every unmasked strand about axs[i].origin.
     void deform(ZFollicles& follicles, Ulmex::ZCurves& curves, const Ulmex::ZCurves& curves0);
-    // evaluate, then deform.
     void apply(ZFollicles& follicles, Ulmex::ZCurves& curves, const Ulmex::ZCurves& curves0) {
         evaluate(follicles, curves);
         deform(follicles, curves, curves0);

@@ -7,6 +7,9 @@
 
 class ZWidthModifier : public ZModifier {
 public:
+    // Members in the order of the modifier pattern (see ZModifier.h): remembered count,
+    // per group the remembered parameters, expression and results, then the public
+    // parameters the host sets. None has a default.
     int prevNum;
     float prevTWidth, prevTSeed, prevTRand, prevTFreq;
     Ulmex::ZString prevTExpr;
@@ -19,16 +22,11 @@ public:
     float rWidth, rSeed, rRand, rFreq;
     Ulmex::ZString rExpr;
 
-    // Builds the members and calls reset(); the public parameters get no value.
     ZWidthModifier();
-    // Forgets the remembered parameters (the next evaluate recomputes) and the maps; the
-    // results stay.
     void reset();
-    // Recomputes the per-strand results if the strand count or a parameter changed.
     void evaluate(const ZFollicles& follicles, const Ulmex::ZCurves& curves);
     // Copies the tip and root results into the follicles' twh and rwh.
     void deform(ZFollicles& follicles, Ulmex::ZCurves& curves, const Ulmex::ZCurves& curves0);
-    // evaluate, then deform.
     void apply(ZFollicles& follicles, Ulmex::ZCurves& curves, const Ulmex::ZCurves& curves0) {
         evaluate(follicles, curves);
         deform(follicles, curves, curves0);
