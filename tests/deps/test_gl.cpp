@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "base/UlmexBase.h"
-#include "support/HeadlessGL.h"
+#include "common/HeadlessGL.h"
 
 using namespace Ulmex;
 
