@@ -1,8 +1,9 @@
-// The six attribute and shape modifiers against the floors that bound them, in one run:
+// The modifiers against the floors that bound them, in one run:
 //   deform   vs  a plain copy of the same arrays (memory bandwidth);
 //   evaluate vs  the same per-strand value written in C++ (the arithmetic floor), and
 //                the same expressions evaluated by KSeExpr alone in a tight loop.
 // Sizes: 100k and 1M strands of 16 CVs; threads 1 and 2. Arguments: {strands, threads}.
+// The bend, quadratic in the CV count by design, is also run on 8 to 64 CVs.
 #include <benchmark/benchmark.h>
 #include <omp.h>
 
@@ -13,9 +14,13 @@
 #include <vector>
 
 #include "base/UlmexBase.h"
+#include "modifiers/ZBendModifier.h"
+#include "modifiers/ZClumpModifier.h"
 #include "modifiers/ZCutModifier.h"
 #include "modifiers/ZDirectionModifier.h"
 #include "modifiers/ZExpression.h"
+#include "modifiers/ZFrizzModifier.h"
+#include "modifiers/ZKinkModifier.h"
 #include "modifiers/ZOffsetModifier.h"
 #include "modifiers/ZOpacityModifier.h"
 #include "modifiers/ZScaleModifier.h"
@@ -25,12 +30,12 @@ using namespace Ulmex;
 
 namespace {
 
-const int kCVs = 16;
+const int kDefaultCVs = 16;
 
 // A typical artist expression: reads u, v and id and calls znoise. `VALUE` stands for the
 // group's value variable.
-std::string typical(const std::string& value) {
-    return value + " * (0.8 + 0.4 * znoise(freq, u, v, id * 0.001))";
+std::string typical(const std::string& value, const std::string& freq = "freq") {
+    return value + " * (0.8 + 0.4 * znoise(" + freq + ", u, v, id * 0.001))";
 }
 
 // The same value in C++.
@@ -44,10 +49,11 @@ struct Groom {
     ZCurves c;
 };
 
-// Strands on a unit square, rising along z, with frames and lean axes.
-Groom& groom(int n) {
-    static std::map<int, std::unique_ptr<Groom>> cache;
-    auto& slot = cache[n];
+// Strands on a unit square, rising along z, with frames, lean axes, lengths and a guide
+// for every 50 strands (the first of each run of 50).
+Groom& groom(int n, int kCVs = kDefaultCVs) {
+    static std::map<std::pair<int, int>, std::unique_ptr<Groom>> cache;
+    auto& slot = cache[{n, kCVs}];
     if (slot) return *slot;
     slot.reset(new Groom);
     Groom& g = *slot;
@@ -62,6 +68,12 @@ Groom& groom(int n) {
     g.f.rwh.setLength(n, true);
     g.f.top.setLength(n, true);
     g.f.rop.setLength(n, true);
+    g.f.ln0.assign(n, 1.f);
+    g.f.maxLn0 = 1.f;
+    for (int i = 0; i < n; ++i) {
+        const int guide = (i / 50) * 50;
+        g.f.bdi.push(&guide, 1);
+    }
     g.c.numCVs.assign(n, kCVs);
     g.c.start.resize(n);
     g.c.cvs.resize(static_cast<size_t>(n) * kCVs);
@@ -72,7 +84,8 @@ Groom& groom(int n) {
         g.f.nmp[i] = ZVector(a * 10, b * 10, 0);
         g.f.axs[i].origin = ZVector(a, b, 0);
         g.c.start[i] = i * kCVs;
-        for (int j = 0; j < kCVs; ++j) g.c.cvs[static_cast<size_t>(i) * kCVs + j] = ZVector(a, b, 0.05f * j);
+        for (int j = 0; j < kCVs; ++j)
+            g.c.cvs[static_cast<size_t>(i) * kCVs + j] = ZVector(a, b, 0.8f * static_cast<float>(j) / (kCVs - 1));
     }
     return g;
 }
@@ -103,11 +116,40 @@ void configure(ZDirectionModifier& m) {
     m.maskExpr = "";
 }
 
-// Number of value expressions per strand (the references evaluate as many).
-template <typename M> constexpr int exprsOf() { return 1; }
-template <> constexpr int exprsOf<ZWidthModifier>() { return 2; }
-template <> constexpr int exprsOf<ZOpacityModifier>() { return 2; }
-template <> constexpr int exprsOf<ZDirectionModifier>() { return 2; }
+void configure(ZBendModifier& m) {
+    m.bend = 10; m.bendSeed = 1; m.bendRand = 0; m.bendFreq = 3; m.bendExpr = typical("bend");
+    m.rate = 1; m.rateSeed = 2; m.rateRand = 0; m.rateFreq = 3; m.rateExpr = typical("rate");
+    m.maskExpr = "";
+    // Start and end have no freq variable: the frequency is written out.
+    m.start = 0.1f; m.startExpr = typical("start", "3");
+    m.end = 1; m.endExpr = typical("end", "3");
+    m.tipWeighted = true;
+}
+void configure(ZClumpModifier& m) {
+    m.clump = 0.8f; m.clumpSeed = 1; m.clumpRand = 0; m.clumpFreq = 3; m.clumpExpr = typical("clump");
+    m.rate = 1; m.rateSeed = 2; m.rateRand = 0; m.rateFreq = 3; m.rateExpr = typical("rate");
+    m.maskExpr = ""; m.strayRatioExpr = ""; m.strayAmountExpr = "";
+    m.keepLength = false;
+    m.rampType = 1;
+}
+void configure(ZKinkModifier& m) {
+    m.kink = 1; m.kinkSeed = 1; m.kinkRand = 0; m.kinkFreq = 3; m.kinkExpr = typical("kink");
+    m.tWidth = 0.05f; m.tWidthSeed = 2; m.tWidthRand = 0; m.tWidthFreq = 3; m.tWidthExpr = typical("tWidth");
+    m.rWidth = 0.01f; m.rWidthSeed = 3; m.rWidthRand = 0; m.rWidthFreq = 3; m.rWidthExpr = typical("rWidth");
+    m.maskExpr = ""; m.tipFade = 0.1f; m.rootFade = 0.1f;
+}
+void configure(ZFrizzModifier& m) {
+    m.frizz = 0.1f; m.frizzSeed = 1; m.frizzRand = 0; m.frizzFreq = 3; m.frizzExpr = typical("frizz");
+    m.tWidth = 0.05f; m.tWidthSeed = 2; m.tWidthRand = 0; m.tWidthFreq = 3; m.tWidthExpr = typical("tWidth");
+    m.rWidth = 0.01f; m.rWidthSeed = 3; m.rWidthRand = 0; m.rWidthFreq = 3; m.rWidthExpr = typical("rWidth");
+    m.maskExpr = "";
+}
+
+// Attribute modifiers write follicle arrays; all others move CVs.
+template <typename M>
+constexpr bool movesCVs() {
+    return !std::is_same<M, ZWidthModifier>::value && !std::is_same<M, ZOpacityModifier>::value;
+}
 
 template <typename M>
 void BM_Evaluate(benchmark::State& state) {
@@ -125,19 +167,19 @@ void BM_Evaluate(benchmark::State& state) {
 
 template <typename M>
 void BM_Deform(benchmark::State& state) {
-    Groom& g = groom(strands(state));
+    const int kCVs = state.range(2) ? static_cast<int>(state.range(2)) : kDefaultCVs;
+    Groom& g = groom(strands(state), kCVs);
     threads(state);
     M m;
     configure(m);
     m.evaluate(g.f, g.c);
     // Shape modifiers start every iteration from the same strands, so repeated factors and
     // rotations do not drift the geometry (towards denormals, say); the restore is not timed.
-    constexpr bool movesCVs = exprsOf<M>() == 1 || std::is_same<M, ZDirectionModifier>::value;
     const ZVectorArray pristine = g.c.cvs;
     for (auto _ : state) {
         m.deform(g.f, g.c, g.c);
         benchmark::ClobberMemory();
-        if (movesCVs) {
+        if (movesCVs<M>()) {
             // Restored with deform's own static split, so that each thread finds its strands
             // where it left them, as on a host's later frame.
             state.PauseTiming();
@@ -173,7 +215,8 @@ void BM_CopyFloorAttributes(benchmark::State& state) {
 
 // Copy floor of the shape modifiers: read and write every CV once.
 void BM_CopyFloorCVs(benchmark::State& state) {
-    Groom& g = groom(strands(state));
+    const int kCVs = state.range(2) ? static_cast<int>(state.range(2)) : kDefaultCVs;
+    Groom& g = groom(strands(state), kCVs);
     threads(state);
     const int n = strands(state);
     std::vector<ZVector> dst(g.c.cvs.size());
@@ -238,15 +281,22 @@ void BM_KSeExprLoop(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * n);
 }
 
+// {strands, threads, CVs per strand (0: the default 16)}
 void sizes(benchmark::internal::Benchmark* b) {
     for (int n : {100000, 1000000})
-        for (int t : {1, 2}) b->Args({n, t});
+        for (int t : {1, 2}) b->Args({n, t, 0});
     b->Unit(benchmark::kMillisecond)->UseRealTime();
 }
+// {strands, threads, expressions per strand}
 void sizesExprs(benchmark::internal::Benchmark* b) {
     for (int n : {100000, 1000000})
         for (int t : {1, 2})
-            for (int e : {1, 2}) b->Args({n, t, e});
+            for (int e : {1, 2, 3, 4}) b->Args({n, t, e});
+    b->Unit(benchmark::kMillisecond)->UseRealTime();
+}
+// The bend's cost against the CV count: 100k strands, one thread.
+void cvCounts(benchmark::internal::Benchmark* b) {
+    for (int cvs : {8, 16, 32, 64}) b->Args({100000, 1, cvs});
     b->Unit(benchmark::kMillisecond)->UseRealTime();
 }
 
@@ -262,11 +312,21 @@ BENCHMARK_TEMPLATE(BM_Deform, ZScaleModifier)->Apply(sizes);
 BENCHMARK_TEMPLATE(BM_Deform, ZCutModifier)->Apply(sizes);
 BENCHMARK_TEMPLATE(BM_Deform, ZOffsetModifier)->Apply(sizes);
 BENCHMARK_TEMPLATE(BM_Deform, ZDirectionModifier)->Apply(sizes);
+BENCHMARK_TEMPLATE(BM_Deform, ZBendModifier)->Apply(sizes);
+BENCHMARK_TEMPLATE(BM_Deform, ZClumpModifier)->Apply(sizes);
+BENCHMARK_TEMPLATE(BM_Deform, ZKinkModifier)->Apply(sizes);
+BENCHMARK_TEMPLATE(BM_Deform, ZFrizzModifier)->Apply(sizes);
+BENCHMARK(BM_CopyFloorCVs)->Name("BM_CopyFloorCVs/cvs")->Apply(cvCounts);
+BENCHMARK_TEMPLATE(BM_Deform, ZBendModifier)->Name("BM_Deform<ZBendModifier>/cvs")->Apply(cvCounts);
 BENCHMARK_TEMPLATE(BM_Evaluate, ZWidthModifier)->Apply(sizes);
 BENCHMARK_TEMPLATE(BM_Evaluate, ZOpacityModifier)->Apply(sizes);
 BENCHMARK_TEMPLATE(BM_Evaluate, ZScaleModifier)->Apply(sizes);
 BENCHMARK_TEMPLATE(BM_Evaluate, ZCutModifier)->Apply(sizes);
 BENCHMARK_TEMPLATE(BM_Evaluate, ZOffsetModifier)->Apply(sizes);
 BENCHMARK_TEMPLATE(BM_Evaluate, ZDirectionModifier)->Apply(sizes);
+BENCHMARK_TEMPLATE(BM_Evaluate, ZBendModifier)->Apply(sizes);
+BENCHMARK_TEMPLATE(BM_Evaluate, ZClumpModifier)->Apply(sizes);
+BENCHMARK_TEMPLATE(BM_Evaluate, ZKinkModifier)->Apply(sizes);
+BENCHMARK_TEMPLATE(BM_Evaluate, ZFrizzModifier)->Apply(sizes);
 
 BENCHMARK_MAIN();
