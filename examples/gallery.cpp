@@ -1,6 +1,8 @@
-// The modifier gallery: renders the built-in groom before and after each of the ten
-// modifiers with typical settings, headlessly (Mesa through EGL, offscreen), one PNG per
-// modifier, the groom before on the left and after on the right.
+// The gallery: renders the built-in groom before and after each of the ten modifiers with
+// typical settings, headlessly (Mesa through EGL, offscreen), one PNG per modifier, the
+// groom before on the left and after on the right; and a feathered groom: the combed and
+// bent strands on the left, a feather template placed along each of them with a fold on
+// the right.
 //
 //   gallery OUTPUT_DIR
 //
@@ -118,7 +120,30 @@ void drawStrands(const ZFollicles& f, const ZCurves& c) {
     glDisable(GL_BLEND);
 }
 
-void drawPanel(const Scene& s, const ZFollicles& f, const ZCurves& c, int x, int width, int height) {
+// Every strand carries the feather template, placed along the strand with a fold; the
+// vanes are lit, each feather's shade varied a little by its strand's id.
+void drawFeathers(const ZFeather& feather, const ZFollicles& f, const ZCurves& c, float fold) {
+    glEnable(GL_LIGHTING);
+    glEnable(GL_COLOR_MATERIAL);
+    glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, GL_TRUE);
+    ZVectorArray placed(feather.mesh.points.size());
+    for (int i = 0; i < c.numCurves(); ++i) {
+        feather.deform(f, c, i, 1.f, fold, &placed, nullptr, nullptr, false);
+        const float shade = 0.75f + 0.5f * ZRandomUnit(static_cast<uint32_t>(f.uid[i]));
+        glColor3f(feather.color[0] * shade, feather.color[1] * shade, feather.color[2] * shade);
+        glBegin(GL_TRIANGLES);
+        for (const auto& t : feather.mesh.v012) {
+            const ZVector n = (placed[t[1]] - placed[t[0]]).cross(placed[t[2]] - placed[t[0]]).normalized(false);
+            glNormal3fv(&n.x);
+            for (int k = 0; k < 3; ++k) glVertex3fv(&placed[t[k]].x);
+        }
+        glEnd();
+    }
+    glLightModeli(GL_LIGHT_MODEL_TWO_SIDE, GL_FALSE);
+    glDisable(GL_LIGHTING);
+}
+
+void clearPanel(int x, int width, int height) {
     glEnable(GL_SCISSOR_TEST);
     glScissor(x, 0, width, height);
     glClearColor(0.13f, 0.14f, 0.16f, 1.f);
@@ -126,6 +151,10 @@ void drawPanel(const Scene& s, const ZFollicles& f, const ZCurves& c, int x, int
     glDisable(GL_SCISSOR_TEST);
     glEnable(GL_DEPTH_TEST);
     setCamera(x, width, height);
+}
+
+void drawPanel(const Scene& s, const ZFollicles& f, const ZCurves& c, int x, int width, int height) {
+    clearPanel(x, width, height);
     drawBody(s.body);
     drawStrands(f, c);
 }
@@ -317,6 +346,42 @@ int main(int argc, char** argv) {
         drawPanel(s, f, c, kPanel * kSuper, kPanel * kSuper, kPanel * kSuper);
         glFinish();
         const std::string path = outDir + "/" + e.name + ".png";
+        if (!examples::writePng(path, 2 * kPanel, kPanel, downsample(gl.readPixels(), 2 * kPanel, kPanel))) {
+            std::cerr << "cannot write " << path << "\n";
+            return 1;
+        }
+        std::cout << "wrote " << path << "\n";
+    }
+
+    // The feathered groom: fewer, longer strands, combed and bent, lean axes recomputed
+    // from the combed strands so that each feather lies across its strand.
+    {
+        ZFollicles f;
+        ZCurves c;
+        examples::growStrands(s.body, s.frames, 1600, 12, 0.42f, f, c);
+        f.setRootWidth(0.01f, 0.01f, true);
+        f.setTipWidth(0.004f, 0.004f, true);
+        f.setRootOpacity(1.f, 1.f, true);
+        f.setTipOpacity(1.f, 1.f, true);
+        layDown(f, c);
+        ZBendModifier bend;
+        bend.bend = -4; bend.bendSeed = 1; bend.bendRand = 0; bend.bendFreq = 1; bend.bendExpr = "bend";
+        bend.rate = 1; bend.rateSeed = 2; bend.rateRand = 0; bend.rateFreq = 1; bend.rateExpr = "rate";
+        bend.maskExpr = "";
+        bend.start = 0.2f; bend.startExpr = "start";
+        bend.end = 1; bend.endExpr = "end";
+        bend.tipWeighted = true;
+        bend.apply(f, c, c);
+        f.calcRxy(c, true);
+        ZFeather feather;
+        examples::buildFeatherTemplate(40, 9, feather);
+        const int w = kPanel * kSuper;
+        drawPanel(s, f, c, 0, w, w);
+        clearPanel(w, w, w);
+        drawBody(s.body);
+        drawFeathers(feather, f, c, 0.35f);
+        glFinish();
+        const std::string path = outDir + "/feathers.png";
         if (!examples::writePng(path, 2 * kPanel, kPanel, downsample(gl.readPixels(), 2 * kPanel, kPanel))) {
             std::cerr << "cannot write " << path << "\n";
             return 1;

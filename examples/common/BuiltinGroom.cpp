@@ -105,4 +105,34 @@ void growStrands(const ZTriMesh& mesh, const ZAxisArray& frames, int count, int 
     f.calcRxy(curves, true);
 }
 
+void buildFeatherTemplate(int rows, int columns, ZFeather& feather) {
+    feather.reset();
+    feather.name = "builtin:contour";
+    feather.color[0] = 0.55f;
+    feather.color[1] = 0.42f;
+    feather.color[2] = 0.3f;
+    std::vector<ZVector> shaft;
+    for (int r = 0; r < rows; ++r) {
+        const float y = static_cast<float>(r) / static_cast<float>(rows - 1);
+        // Widest a third of the way up, closing at the tip; the vane cups a little.
+        const float halfWidth = 0.18f * std::pow(std::sin(kPi * std::min(1.f, y * 0.85f + 0.15f)), 0.7f);
+        for (int c = 0; c < columns; ++c) {
+            const float u = -1.f + 2.f * static_cast<float>(c) / static_cast<float>(columns - 1);
+            const float x = u * halfWidth;
+            feather.mesh.points.push_back(ZVector(x, y, 0.04f * u * u + 0.01f));
+        }
+        shaft.push_back(ZVector(0.f, y, 0.01f));
+    }
+    for (int r = 0; r + 1 < rows; ++r)
+        for (int c = 0; c + 1 < columns; ++c) {
+            const int a = r * columns + c, b = a + 1, d = a + columns, e = d + 1;
+            feather.mesh.v012.push_back(ZTuple<3, int>(a, b, e));
+            feather.mesh.v012.push_back(ZTuple<3, int>(a, e, d));
+            for (int k = 0; k < 6; ++k) feather.mesh.uvs.push_back(ZVector());
+        }
+    feather.curves.push(shaft.data(), rows);
+    feather.latticeResolution = 6;
+    feather.initialize();
+}
+
 } // namespace examples

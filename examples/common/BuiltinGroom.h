@@ -3,6 +3,7 @@
 #pragma once
 
 #include "base/UlmexBase.h"
+#include "feathers/ZFeather.h"
 #include "strands/ZFollicles.h"
 
 namespace examples {
@@ -19,5 +20,10 @@ void buildSphere(float radius, int rings, int segments, Ulmex::ZTriMesh& mesh, U
 // system hash: the groom is the same on every run and machine.
 void growStrands(const Ulmex::ZTriMesh& mesh, const Ulmex::ZAxisArray& frames, int count, int cvCount, float length,
                  ZFollicles& f, Ulmex::ZCurves& curves);
+
+// A feather template in local space (Y along the strand, X across, Z out of the plane):
+// a vane `rows` x `columns` points, 1 tall and 0.36 wide at most, tapering to the tip and
+// curving slightly out of the plane, with a shaft curve of `rows` CVs. Initialised.
+void buildFeatherTemplate(int rows, int columns, ZFeather& feather);
 
 } // namespace examples
