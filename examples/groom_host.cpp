@@ -4,8 +4,9 @@
 // frames), grows a few thousand strands on it, computes their root frames and lean axes,
 // draws random widths and opacities, runs a stack of modifiers driven by artist
 // expressions (width, opacity, direction, scale, cut, offset), writes the static and the
-// per-frame follicle records the way a cache does, reads them back into a fresh set and
-// prints a short summary.
+// per-frame follicle records the way a cache does, reads them back into a fresh set,
+// places a feather template along every strand, saves and reloads the feather, and prints
+// a short summary.
 //
 //   groom_host OUTPUT_DIR [STRAND_COUNT]
 
@@ -175,6 +176,36 @@ int main(int argc, char** argv) {
     }
     const bool roundTrip = sameData(groom, loaded) && loadedCurves == curves;
 
+    // Feathers: a template placed along every strand, with a fold, and kept the way a
+    // cache keeps its feathers (a count, then one geometry record each).
+    ZFeather feather;
+    examples::buildFeatherTemplate(30, 7, feather);
+    ZVectorArray placed(feather.mesh.points.size());
+    ZBoundingBox plumage;
+    const double tFeathers = millis([&] {
+        for (int i = 0; i < groom.numStrands(); ++i) {
+            feather.deform(loaded, loadedCurves, i, 1.f, 0.3f, &placed, nullptr, nullptr, false);
+            for (const ZVector& p : placed) plumage.expand(p);
+        }
+    });
+    const std::string featherPath = outDir + "/feathers";
+    {
+        std::ofstream out(featherPath, std::ios::binary | std::ios::trunc);
+        const int32_t count = 1;
+        out.write(reinterpret_cast<const char*>(&count), sizeof count);
+        feather.write(out);
+    }
+    ZFeather loadedFeather;
+    {
+        std::ifstream in(featherPath, std::ios::binary);
+        int32_t count = 0;
+        readPod(in, count);
+        if (count == 1) loadedFeather.read(in);
+        loadedFeather.initialize();
+    }
+    const bool featherTrip = loadedFeather.mesh == feather.mesh && loadedFeather.curves == feather.curves &&
+                             loadedFeather.lattice.numVertices() == 3 * (3 + 1);
+
     double meanTip = 0, meanRoot = 0, lean = 0;
     for (int i = 0; i < loaded.numStrands(); ++i) {
         meanTip += loaded.twh[i];
@@ -200,6 +231,9 @@ int main(int argc, char** argv) {
               << "  |rxy| mean:  " << lean / n << "\n"
               << "  memory:      " << loaded.usedMemorySize(ZDataUnit::zKilobytes) << " KiB of attributes\n"
               << "  files:       " << staticPath << ", " << framePath << "\n"
-              << "  round trip:  " << (roundTrip ? "identical" : "DIFFERENT") << "\n";
-    return roundTrip && reproducible ? 0 : 1;
+              << "  round trip:  " << (roundTrip ? "identical" : "DIFFERENT") << "\n"
+              << "  feathers:    " << feather.mesh.numVertices() << "-point template on " << n << " strands in "
+              << tFeathers << " ms, plumage box " << plumage.minPoint << " to " << plumage.maxPoint << "\n"
+              << "  feather file " << featherPath << ": " << (featherTrip ? "read back" : "DIFFERENT") << "\n";
+    return roundTrip && reproducible && featherTrip ? 0 : 1;
 }

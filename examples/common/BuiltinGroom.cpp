@@ -115,7 +115,8 @@ void buildFeatherTemplate(int rows, int columns, ZFeather& feather) {
     for (int r = 0; r < rows; ++r) {
         const float y = static_cast<float>(r) / static_cast<float>(rows - 1);
         // Widest a third of the way up, closing at the tip; the vane cups a little.
-        const float halfWidth = 0.18f * std::pow(std::sin(kPi * std::min(1.f, y * 0.85f + 0.15f)), 0.7f);
+        const float profile = std::max(0.f, std::sin(kPi * std::min(1.f, y * 0.85f + 0.15f)));
+        const float halfWidth = 0.18f * std::pow(profile, 0.7f);
         for (int c = 0; c < columns; ++c) {
             const float u = -1.f + 2.f * static_cast<float>(c) / static_cast<float>(columns - 1);
             const float x = u * halfWidth;
