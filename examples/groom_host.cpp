@@ -223,7 +223,7 @@ int main(int argc, char** argv) {
               << "  modifiers:   width, opacity, direction, scale, cut, offset: " << tStack
               << " ms; unchanged re-apply " << tDeformOnly << " ms, " << (reproducible ? "same result" : "DIFFERENT")
               << "\n"
-              << "  tip width:   " << stack.width.tExpr << "\n"
+              << "  width expr:  " << stack.width.tExpr << "\n"
               << "  cut strands: " << [&] { int k = 0; for (char m : stack.cut.maskFlags) k += !m; return k; }()
               << " of " << n << " trimmed\n"
               << "  tip width:   mean " << meanTip / n << "\n"
