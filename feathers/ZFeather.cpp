@@ -27,17 +27,8 @@ ZFeather::ZFeather(const ZFeather& other) {
 ZFeather::~ZFeather() { C::deleteDisplayLists(displayLists); }
 
 ZFeather& ZFeather::operator=(const ZFeather& other) {
-    name = other.name;
-    for (int c = 0; c < 4; ++c) color[c] = other.color[c];
-    mesh = other.mesh;
-    curves = other.curves;
-    boundingBox = other.boundingBox;
-    storedInt = other.storedInt;
+    C::assignShared(*this, other);
     storedText = other.storedText;
-    transientFlag = other.transientFlag;
-    transientText = other.transientText;
-    latticeResolution = other.latticeResolution;
-    lattice = other.lattice;
     C::deleteDisplayLists(displayLists);
     txBasePath = other.txBasePath;
     txLayerName = other.txLayerName;
@@ -47,17 +38,8 @@ ZFeather& ZFeather::operator=(const ZFeather& other) {
 }
 
 void ZFeather::reset() {
-    name.clear();
-    for (float& c : color) c = 1.f;
-    mesh = ZTriMesh();
-    curves = ZCurves();
-    boundingBox = ZBoundingBox();
-    storedInt = 0;
+    C::resetShared(*this);
     storedText.clear();
-    transientFlag = 0;
-    transientText.clear();
-    latticeResolution = 0;
-    lattice = ZQuadMesh();
     C::deleteDisplayLists(displayLists);
     txBasePath.clear();
     txLayerName.clear();

@@ -14,6 +14,37 @@ const int kNumDisplayLists = 7;
 // OpenGL call at all when every id is negative.
 void deleteDisplayLists(const int ids[kNumDisplayLists]);
 
+// The fields feathers and sources both carry, from the name to the lattice: copied from
+// another object, or put back to their state after construction (white colour, empty
+// geometry and texts, zero numbers). The display list ids are not touched.
+template <typename T>
+void assignShared(T& dst, const T& src) {
+    dst.name = src.name;
+    for (int c = 0; c < 4; ++c) dst.color[c] = src.color[c];
+    dst.mesh = src.mesh;
+    dst.curves = src.curves;
+    dst.boundingBox = src.boundingBox;
+    dst.storedInt = src.storedInt;
+    dst.transientFlag = src.transientFlag;
+    dst.transientText = src.transientText;
+    dst.latticeResolution = src.latticeResolution;
+    dst.lattice = src.lattice;
+}
+
+template <typename T>
+void resetShared(T& o) {
+    o.name.clear();
+    for (float& c : o.color) c = 1.f;
+    o.mesh = Ulmex::ZTriMesh();
+    o.curves = Ulmex::ZCurves();
+    o.boundingBox = Ulmex::ZBoundingBox();
+    o.storedInt = 0;
+    o.transientFlag = 0;
+    o.transientText.clear();
+    o.latticeResolution = 0;
+    o.lattice = Ulmex::ZQuadMesh();
+}
+
 // Deletes the old lists, makes seven new ones and records: 0 the box, 1-3 the mesh's
 // vertices, wireframe and surface, 4-6 the lattice's. Needs a current OpenGL context.
 void genDisplayLists(int ids[kNumDisplayLists], const Ulmex::ZBoundingBox& box, const Ulmex::ZTriMesh& mesh,

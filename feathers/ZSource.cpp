@@ -18,20 +18,11 @@ ZSource::ZSource(const ZSource& other) {
 ZSource::~ZSource() { C::deleteDisplayLists(displayLists); }
 
 ZSource& ZSource::operator=(const ZSource& other) {
-    name = other.name;
-    for (int c = 0; c < 4; ++c) color[c] = other.color[c];
-    mesh = other.mesh;
+    C::assignShared(*this, other);
     auxMeshA = other.auxMeshA;
     auxMeshB = other.auxMeshB;
     auxTextA = other.auxTextA;
-    curves = other.curves;
     auxTextB = other.auxTextB;
-    boundingBox = other.boundingBox;
-    storedInt = other.storedInt;
-    transientFlag = other.transientFlag;
-    transientText = other.transientText;
-    latticeResolution = other.latticeResolution;
-    lattice = other.lattice;
     C::deleteDisplayLists(displayLists);
     txAssetName = other.txAssetName;
     txLayerName = other.txLayerName;
@@ -39,20 +30,11 @@ ZSource& ZSource::operator=(const ZSource& other) {
 }
 
 void ZSource::reset() {
-    name.clear();
-    for (float& c : color) c = 1.f;
-    mesh = ZTriMesh();
+    C::resetShared(*this);
     auxMeshA = ZTriMesh();
     auxMeshB = ZTriMesh();
     auxTextA.clear();
-    curves = ZCurves();
     auxTextB.clear();
-    boundingBox = ZBoundingBox();
-    storedInt = 0;
-    transientFlag = 0;
-    transientText.clear();
-    latticeResolution = 0;
-    lattice = ZQuadMesh();
     C::deleteDisplayLists(displayLists);
     txAssetName.clear();
     txLayerName.clear();
