@@ -1,0 +1,204 @@
+#include "cache/ZCacheCommon.h"
+
+#include <cstdint>
+#include <fstream>
+#include <iostream>
+#include <string>
+
+using namespace Ulmex;
+
+namespace {
+
+// Both generations report under the first one's name, from either bake operation.
+const char* const kFailedToWrite = "Error@ZCacheData::bakeStaticData(): Failed to write file: ";
+
+// Opens `file` for output, truncated (no binary flag: the bytes are written as they are on
+// this platform all the same); prints the failure message when it cannot.
+bool openOut(std::ofstream& out, const ZString& file) {
+    out.open(file.c_str(), std::ios::out | std::ios::trunc);
+    if (out.is_open()) return true;
+    std::cout << kFailedToWrite << file << std::endl;
+    return false;
+}
+
+void writeInt(std::ofstream& out, int32_t v) { out.write(reinterpret_cast<const char*>(&v), sizeof v); }
+
+// One key line: a tab, the quoted key, a colon, the quoted value as it stands (nothing is
+// escaped) and a comma, on every line including the last.
+template <typename T>
+void keyLine(std::ostream& out, const char* key, const T& value) {
+    out << "\t\"" << key << "\":\"" << value << "\",\n";
+}
+
+bool writeInfo(const ZCacheCommon::BakeInput& in, const ZString& file, int32_t featherCount, int32_t sourceCount) {
+    std::ofstream out;
+    if (!openOut(out, file)) return false;
+    out.precision(2);
+    out << "{\n";
+    keyLine(out, "CacheType", (featherCount > 0 || sourceCount > 0) ? "FeatherSet" : "Strands");
+    keyLine(out, "NodeName", *in.nodeName);
+    keyLine(out, "NodeType", *in.nodeType);
+    keyLine(out, "MeshNodeName", *in.meshNodeName);
+    keyLine(out, "BindingScheme", in.bindingScheme);
+    keyLine(out, "TextureType", in.textureType);
+    // The format version written is always 1, whatever the object's field says; a double
+    // through the precision-2 stream prints "1".
+    keyLine(out, "CacheFormatVersion", 1.0);
+    keyLine(out, "StrandsCount", in.follicles->numStrands());
+    keyLine(out, "FeatherCount", featherCount);
+    if (in.sources) keyLine(out, "SourceCount", sourceCount);
+    ZString system;
+    ZGetSystemInfo(system);
+    out << system << "}\n";
+    return true;
+}
+
+// `feathers`, `rmanAttrs` and `featherRManAttrs`; the last two are the same bytes on purpose.
+bool writeFeatherFiles(const std::vector<ZFeather*>& feathers, const ZString& dir, int32_t count) {
+    {
+        std::ofstream out;
+        if (!openOut(out, dir + "/feathers")) return false;
+        writeInt(out, count);
+        for (const ZFeather* f : feathers) f->write(out);
+    }
+    for (const char* name : {"/rmanAttrs", "/featherRManAttrs"}) {
+        std::ofstream out;
+        if (!openOut(out, dir + name)) return false;
+        writeInt(out, count);
+        for (const ZFeather* f : feathers) f->writeRManAttrs(out);
+    }
+    return true;
+}
+
+// The `sources` file is laid out by columns: each field runs through every source before
+// the next field begins.
+bool writeSourcesFile(const std::vector<ZSource*>& sources, const ZString& file, int32_t count) {
+    std::ofstream out;
+    if (!openOut(out, file)) return false;
+    writeInt(out, count);
+    writeInt(out, 12);
+    for (const ZSource* s : sources) s->name.write(out, true);
+    for (const ZSource* s : sources) out.write(reinterpret_cast<const char*>(s->color), sizeof s->color);
+    for (const ZSource* s : sources) s->mesh.write(out);
+    for (const ZSource* s : sources) s->auxMeshA.write(out);
+    for (const ZSource* s : sources) s->auxMeshB.write(out);
+    for (const ZSource* s : sources) s->auxTextA.write(out, true);
+    for (const ZSource* s : sources) s->curves.write(out);
+    for (const ZSource* s : sources) s->auxTextB.write(out, true);
+    for (const ZSource* s : sources) s->boundingBox.write(out);
+    for (const ZSource* s : sources) writeInt(out, s->storedInt);
+    static const ZString assetKey("txAssetName"), layerKey("txLayerName");
+    for (const ZSource* s : sources) {
+        writeInt(out, 2);
+        assetKey.write(out, true);
+        s->txAssetName.write(out, true);
+        layerKey.write(out, true);
+        s->txLayerName.write(out, true);
+    }
+    return true;
+}
+
+} // namespace
+
+ZString ZCacheCommon::frameTag(float frame) {
+    return ZString(frame < 0.f ? "m" : "p") + ZString(frame);
+}
+
+bool ZCacheCommon::bakeStatic(const BakeInput& in, const ZString& path) {
+    if (!in.follicles || !in.curves) {
+        std::cout << "Error@ZCacheData::bakeStaticData(): No data." << std::endl;
+        return false;
+    }
+    const int32_t featherCount = static_cast<int32_t>(in.feathers->size());
+    const int32_t sourceCount = in.sources ? static_cast<int32_t>(in.sources->size()) : 0;
+    const ZString dir = path + "/" + *in.nodeName;
+    if (!ZCreateDirectory(dir.c_str(), 0755)) {
+        std::cout << "Error@ZCacheData::bakeStaticData(): Failed to create directory: " << dir << std::endl;
+        return false;
+    }
+    if (!writeInfo(in, dir + "/info", featherCount, sourceCount)) return false;
+    {
+        std::ofstream out;
+        if (!openOut(out, dir + "/follicles")) return false;
+        in.follicles->write(out, true);
+    }
+    if (featherCount > 0 && !writeFeatherFiles(*in.feathers, dir, featherCount)) return false;
+    if (sourceCount > 0) return writeSourcesFile(*in.sources, dir + "/sources", sourceCount);
+    return true;
+}
+
+bool ZCacheCommon::bakePerFrame(const BakeInput& in, const ZString& path, float frame) {
+    const ZString dir = path + "/" + *in.nodeName;
+    const ZString tag = frameTag(frame);
+    {
+        std::ofstream out;
+        if (!openOut(out, dir + "/curves_" + tag)) return false;
+        in.curves->write(out);
+        in.follicles->write(out, false);
+    }
+    {
+        std::ofstream out;
+        if (!openOut(out, dir + "/bbox_" + tag)) return false;
+        const ZBoundingBox& b = *in.boundingBox;
+        out << double(b.minPoint.x) << ' ' << double(b.maxPoint.x) << ' ' << double(b.minPoint.y) << ' '
+            << double(b.maxPoint.y) << ' ' << double(b.minPoint.z) << ' ' << double(b.maxPoint.z) << '\n';
+    }
+    if (in.scales && in.rotations) {
+        std::ofstream out;
+        if (!openOut(out, dir + "/xforms_" + tag)) return false;
+        in.scales->write(out, true);
+        in.rotations->write(out, true);
+    }
+    if (in.folds) {
+        std::ofstream out;
+        if (!openOut(out, dir + "/folds_" + tag)) return false;
+        in.folds->write(out, true);
+    }
+    return true;
+}
+
+bool ZCacheCommon::getInfo(const InfoFields& out, const char* file) {
+    out.cacheType->clear();
+    out.nodeName->clear();
+    out.nodeType->clear();
+    out.meshNodeName->clear();
+    *out.bindingScheme = -1;
+    *out.textureType = -1;
+    *out.cacheFormatVersion = 0.f;  // a record without the version key reads as version 0
+    if (!file) return false;
+    std::ifstream in(file);
+    if (!in.is_open()) return false;
+    readInfoTokens(in, out);
+    return true;
+}
+
+void ZCacheCommon::readInfoTokens(std::istream& in, const InfoFields& out) {
+    ZString token;
+    std::vector<ZString> pieces, value;
+    while (!in.eof()) {
+        // A failed extraction without end of file (a stream that cannot be read) must end
+        // the loop too, or it would spin.
+        if (!(in >> static_cast<std::string&>(token))) break;
+        token.split(":", pieces);
+        if (pieces.size() < 2) continue;
+        const ZString& key = pieces[0];
+        ZString* text = nullptr;
+        int* integer = nullptr;
+        float* real = nullptr;
+        if (key == "\"CacheType\"") text = out.cacheType;
+        else if (key == "\"NodeName\"") text = out.nodeName;
+        else if (key == "\"NodeType\"") text = out.nodeType;
+        else if (key == "\"MeshNodeName\"") text = out.meshNodeName;
+        else if (key == "\"BindingScheme\"") integer = out.bindingScheme;
+        else if (key == "\"TextureType\"") integer = out.textureType;
+        else if (key == "\"CacheFormatVersion\"") real = out.cacheFormatVersion;
+        else continue;
+        // The value runs to the next double-quote mark. A second piece made only of
+        // double-quote marks holds no text at all: it reads as the empty value.
+        pieces[1].split("\"", value);
+        const ZString v = value.empty() ? ZString() : value[0];
+        if (text) *text = v;
+        else if (integer) *integer = v.asInt();
+        else *real = v.asFloat();
+    }
+}

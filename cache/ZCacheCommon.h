@@ -1,0 +1,108 @@
+// What the two cache generations (ZCacheData, ZCacheData2) and the cache readers share:
+// the cache directory's file names and formats, the baking steps, and the token loop that
+// reads an `info` record. The two classes carry the same head fields side by side without
+// a common base; `of()` gathers them into the views below so that every step is written
+// once.
+#pragma once
+
+#include <istream>
+#include <ostream>
+#include <vector>
+
+#include "base/UlmexBase.h"
+#include "feathers/ZFeather.h"
+#include "feathers/ZSource.h"
+#include "strands/ZFollicles.h"
+
+class ZCacheCommon {
+public:
+    // Read-only view of a cache object for baking. `sources` is null for the first
+    // generation, which writes neither a `sources` file nor a "SourceCount" key.
+    struct BakeInput {
+        const Ulmex::ZString* nodeName;
+        const Ulmex::ZString* nodeType;
+        const Ulmex::ZString* meshNodeName;
+        int bindingScheme;
+        int textureType;
+        const ZFollicles* follicles;
+        const Ulmex::ZCurves* curves;
+        const Ulmex::ZBoundingBox* boundingBox;
+        const std::vector<ZFeather*>* feathers;
+        const Ulmex::ZVectorArray* scales;
+        const Ulmex::ZVectorArray* rotations;
+        const Ulmex::ZFloatArray* folds;
+        const std::vector<ZSource*>* sources;
+    };
+
+    // The seven fields an `info` record fills, wherever they live.
+    struct InfoFields {
+        Ulmex::ZString* cacheType;
+        Ulmex::ZString* nodeName;
+        Ulmex::ZString* nodeType;
+        Ulmex::ZString* meshNodeName;
+        int* bindingScheme;
+        int* textureType;
+        float* cacheFormatVersion;
+    };
+
+    template <class Cache>
+    static BakeInput bakeInput(const Cache& c, const std::vector<ZSource*>* sources) {
+        return BakeInput{&c.nodeName, &c.nodeType, &c.meshNodeName, c.bindingScheme, c.textureType,
+                         c.follicles, c.curves, c.boundingBox, &c.feathers, c.scales, c.rotations, c.folds,
+                         sources};
+    }
+
+    // Works for both cache classes and for RuvoCacheInfo, which share these field names.
+    template <class Record>
+    static InfoFields infoFields(Record& r) {
+        return InfoFields{&r.cacheType, &r.nodeName, &r.nodeType, &r.meshNodeName,
+                          &r.bindingScheme, &r.textureType, &r.cacheFormatVersion};
+    }
+
+    // The head fields as they are after reset(): pointers null, texts empty, both ints -1,
+    // version 1.0. The feather and source lists are not touched.
+    template <class Cache>
+    static void resetHead(Cache& c) {
+        c.cacheType.clear();
+        c.nodeName.clear();
+        c.nodeType.clear();
+        c.meshNodeName.clear();
+        c.bindingScheme = -1;
+        c.textureType = -1;
+        c.cacheFormatVersion = 1.f;
+        c.follicles = nullptr;
+        c.curves = nullptr;
+        c.boundingBox = nullptr;
+        c.scales = nullptr;
+        c.rotations = nullptr;
+        c.folds = nullptr;
+    }
+
+    template <class Cache>
+    static std::ostream& print(std::ostream& os, const Cache& c, const char* title) {
+        return os << title << '\n'
+                  << " Cache Type          : " << c.cacheType << '\n'
+                  << " Node Name           : " << c.nodeName << '\n'
+                  << " Binding Scheme      : " << c.bindingScheme << '\n'
+                  << " Texture Type        : " << c.textureType << '\n'
+                  << " Cache Format Version: " << c.cacheFormatVersion << '\n';
+    }
+
+    static bool bakeStatic(const BakeInput& in, const Ulmex::ZString& path);
+    static bool bakePerFrame(const BakeInput& in, const Ulmex::ZString& path, float frame);
+
+    // getInfo of either generation: clears the fields (version 0, not reset's 1.0), then
+    // reads the record; false only when the file cannot be opened.
+    static bool getInfo(const InfoFields& out, const char* file);
+
+    // The token loop over an `info` record: white-space separated tokens, each split on
+    // ':'; a token whose first piece is a quoted known key takes the text up to the next
+    // double-quote mark of its second piece. Later keys overwrite earlier ones; unknown
+    // keys and tokens without a colon are skipped. Reads to the end of the stream and
+    // never allocates more than the longest token.
+    static void readInfoTokens(std::istream& in, const InfoFields& out);
+
+    // The text that ends a per-frame file name on the writing side: "m" for a frame below
+    // 0, otherwise "p", then ZString(frame) with its sign (frame -5: m-5, frame 0: p0).
+    static Ulmex::ZString frameTag(float frame);
+};

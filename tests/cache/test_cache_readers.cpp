@@ -1,0 +1,247 @@
+// Reading caches back: the info token loop, the frame names on both sides, bit-exact
+// frames in any order, and whole cache directories that were cut short or scrambled.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <random>
+
+#include "cache/CacheFixtures.h"
+#include "cache/RuvoMisc.h"
+#include "cache/ZCacheData.h"
+#include "cache/ZCacheData2.h"
+#include "support/AllocationMeter.h"
+
+using namespace Ulmex;
+namespace fs = std::filesystem;
+
+namespace {
+
+RuvoCacheInfo sentinel() {
+    RuvoCacheInfo r;
+    r.cacheType = "ct";
+    r.nodeName = "nn";
+    r.nodeType = "nt";
+    r.meshNodeName = "mn";
+    r.bindingScheme = 11;
+    r.textureType = 12;
+    r.cacheFormatVersion = 13.f;
+    return r;
+}
+
+RuvoCacheInfo readInfo(const std::string& text) {
+    testutil::TempDir tmp;
+    std::ofstream(tmp.file("info"), std::ios::binary) << text;
+    RuvoCacheInfo r = sentinel();
+    EXPECT_TRUE(readInfoData(tmp.path(), &r));
+    return r;
+}
+
+// Every byte the follicles and curves of a frame would write again.
+std::vector<char> frameBytes(const ZCurves& c, const ZFollicles& f) {
+    return fixtures::bytesOf([&](std::ofstream& o) {
+        c.write(o);
+        f.write(o, true);
+        f.write(o, false);
+    });
+}
+
+} // namespace
+
+TEST(CacheReaders, InfoTokenLoop) {
+    // Values end at a blank, a colon or a double-quote mark; an empty value reads as the
+    // comma behind it; tokens without a colon and unknown or differently cased keys are
+    // skipped; a later key wins; counts are not read. Lines play no part.
+    const RuvoCacheInfo r = readInfo(
+        "{\n\t\"NodeName\":\"my node\",\n"
+        "\t\"NodeType\":\"ns:hair\",\n"
+        "\t\"MeshNodeName\":\"\",\n"
+        "\t\"cachetype\":\"lower\", \"CacheType\":\"Strands\", \"CacheType\":\"FeatherSet\",\n"
+        "\tBindingScheme:\"5\", \"BindingScheme\":\"-7\",\"StrandsCount\":\"99\",\n"
+        "\t\"TextureType\":\"3x\",\n"
+        "\t\"CacheFormatVersion\":\"1.5\",\"SourceCount\":\"4\",\n}\n");
+    EXPECT_EQ(r.nodeName, "my");
+    EXPECT_EQ(r.nodeType, "ns");
+    EXPECT_EQ(r.meshNodeName, ",");
+    EXPECT_EQ(r.cacheType, "FeatherSet");
+    EXPECT_EQ(r.bindingScheme, -7);
+    EXPECT_EQ(r.textureType, 3);
+    EXPECT_EQ(r.cacheFormatVersion, 1.5f);
+
+    // Keys a record lacks keep their values; so does an empty or foreign file.
+    RuvoCacheInfo partial = readInfo("\"NodeName\":\"x\"");  // no newline at the end
+    EXPECT_EQ(partial.nodeName, "x");
+    EXPECT_EQ(partial.cacheType, "ct");
+    EXPECT_EQ(partial.bindingScheme, 11);
+    for (const char* text : {"", "{}", "not an info file at all: really", "\"NodeName\":\"", "\"NodeName\"::::"}) {
+        const RuvoCacheInfo same = readInfo(text);
+        EXPECT_EQ(same.cacheType, "ct") << text;
+        EXPECT_EQ(same.bindingScheme, 11) << text;
+        // A key whose value holds nothing but quote marks reads as the empty text.
+        EXPECT_TRUE(same.nodeName == "nn" || same.nodeName.empty()) << text;
+    }
+    EXPECT_TRUE(readInfo("\"NodeName\":\"").nodeName.empty());
+
+    // A missing file: false and nothing touched.
+    testutil::TempDir tmp;
+    RuvoCacheInfo r2 = sentinel();
+    EXPECT_FALSE(readInfoData(tmp.path(), &r2));
+    EXPECT_EQ(r2.nodeName, "nn");
+    EXPECT_EQ(r2.cacheFormatVersion, 13.f);
+}
+
+TEST(CacheReaders, ValidPathAndName) {
+    testutil::TempDir tmp;
+    fs::create_directories(tmp.file("empty"));
+    EXPECT_TRUE(isValidCachePathAndCacheName(tmp.path(), "empty"));  // nothing looks inside
+    EXPECT_TRUE(isValidCachePathAndCacheName(tmp.path(), ""));       // path + "/" exists
+    EXPECT_FALSE(isValidCachePathAndCacheName(tmp.path(), "absent"));
+    EXPECT_FALSE(isValidCachePathAndCacheName(tmp.file("absent"), ""));
+}
+
+TEST(CacheReaders, FramesReadBackBitForBitInAnyOrder) {
+    testutil::TempDir tmp;
+    fixtures::CacheGroom groom(9);
+    groom.follicles.ln1[3] = -0.f;  // a negative zero must survive as such
+    ZCacheData2 c;
+    c.follicles = &groom.follicles;
+    c.curves = &groom.curves;
+    c.boundingBox = &groom.box;
+    c.nodeName = "hair";
+    c.nodeType = "t";
+    c.meshNodeName = "body";
+    ASSERT_TRUE(c.bakeStaticData(tmp.path()));
+
+    const int frames[] = {-3, 1, 2, 7, 1001};
+    std::map<int, std::vector<char>> expected;
+    std::map<int, ZCurves> curvesAt;
+    for (int f : frames) {
+        groom.setFrame(static_cast<float>(f));
+        ASSERT_TRUE(c.bakePerFrameData(tmp.path(), static_cast<float>(f)));
+        expected[f] = frameBytes(groom.curves, groom.follicles);
+        curvesAt[f] = groom.curves;
+    }
+    const std::string dir = tmp.file("hair");
+    ASSERT_TRUE(isValidCachePathAndCacheName(tmp.path(), "hair"));
+    RuvoCacheInfo info = sentinel();
+    ASSERT_TRUE(readInfoData(dir, &info));
+    EXPECT_EQ(info.cacheType, "Strands");
+    EXPECT_EQ(info.meshNodeName, "body");
+    EXPECT_EQ(info.cacheFormatVersion, 1.f);
+    EXPECT_EQ(info.bindingScheme, -1);
+
+    // Backwards into fresh objects, then forwards into the same reused objects.
+    for (auto it = expected.rbegin(); it != expected.rend(); ++it) {
+        ZCurves curves;
+        ZFollicles follicles;
+        ASSERT_TRUE(readStrandsData(dir, it->first, &curves, &follicles)) << it->first;
+        EXPECT_EQ(frameBytes(curves, follicles), it->second) << it->first;
+    }
+    ZCurves curves;
+    ZFollicles follicles;
+    for (const auto& [f, bytes] : expected) {
+        ASSERT_TRUE(readStrandsData(dir, f, &curves, &follicles));
+        EXPECT_EQ(frameBytes(curves, follicles), bytes) << f;
+    }
+
+    // Frame 0: written as p0, looked for as z0.
+    groom.setFrame(0.f);
+    ASSERT_TRUE(c.bakePerFrameData(tmp.path(), 0.f));
+    const ZCurves before = curves;
+    EXPECT_FALSE(readStrandsData(dir, 0, &curves, &follicles));
+    EXPECT_EQ(curves, before);
+    fs::rename(dir + "/curves_p0", dir + "/curves_z0");
+    ASSERT_TRUE(readStrandsData(dir, 0, &curves, &follicles));
+    EXPECT_EQ(frameBytes(curves, follicles), frameBytes(groom.curves, groom.follicles));
+
+    // No follicles: false, with the curves of the frame already read.
+    fs::remove(dir + "/follicles");
+    ZCurves c7;
+    ZFollicles f7;
+    EXPECT_FALSE(readStrandsData(dir, 7, &c7, &f7));
+    EXPECT_EQ(c7, curvesAt[7]);
+    EXPECT_EQ(f7.numStrands(), 0);
+    EXPECT_FALSE(readStrandsData(dir, 8, &c7, &f7));  // no such frame
+}
+
+TEST(CacheReaders, DamagedCacheDirectoriesAreSurvived) {
+    testutil::TempDir tmp;
+    fixtures::CacheGroom groom(25);
+    ZCacheData c;
+    c.follicles = &groom.follicles;
+    c.curves = &groom.curves;
+    c.boundingBox = &groom.box;
+    c.nodeName = "hair";
+    ASSERT_TRUE(c.bakeStaticData(tmp.path()));
+    for (int f = 1; f <= 2; ++f) {
+        groom.setFrame(static_cast<float>(f));
+        ASSERT_TRUE(c.bakePerFrameData(tmp.path(), static_cast<float>(f)));
+    }
+    const std::string dir = tmp.file("hair");
+    const std::vector<std::string> names = {"info", "follicles", "curves_p1", "curves_p2"};
+    std::map<std::string, std::vector<char>> good;
+    for (const auto& n : names) good[n] = testutil::readBytes(dir + "/" + n);
+
+    // Reads the whole directory the way a host does, and checks the memory that took
+    // against the bytes on disk.
+    size_t worst = 0;
+    int runs = 0;
+    auto readAll = [&](const std::string& what) {
+        size_t bytes = 0;
+        for (const auto& n : names) bytes += fs::file_size(dir + "/" + n);
+        testutil::AllocationMeter meter;
+        {
+            RuvoCacheInfo info = sentinel();
+            readInfoData(dir, &info);
+            ZCacheData d;
+            d.getInfo((dir + "/info").c_str());
+            ZCurves curves;
+            ZFollicles follicles;
+            for (int f = 1; f <= 2; ++f) {
+                readStrandsData(dir, f, &curves, &follicles);
+                // Whatever was accepted must be safe to use.
+                for (int i = 0; i < curves.numCurves(); ++i) curves.position(i, 0.5f);
+            }
+        }
+        const size_t peak = meter.peakAbove();
+        EXPECT_LE(peak, 4 * bytes + 64 * 1024) << what;
+        worst = std::max(worst, peak);
+        ++runs;
+    };
+    auto restore = [&] {
+        for (const auto& n : names) testutil::writeBytes(dir + "/" + n, good[n]);
+    };
+
+    std::mt19937 rng(20261122);
+    for (const auto& n : names) {
+        const std::vector<char>& bytes = good[n];
+        // Cut short everywhere (every byte for the small files, a spread otherwise).
+        const size_t step = std::max<size_t>(1, bytes.size() / 97);
+        for (size_t cut = 0; cut < bytes.size(); cut += step) {
+            testutil::writeBytes(dir + "/" + n, std::vector<char>(bytes.begin(), bytes.begin() + cut));
+            readAll(n + " cut at " + std::to_string(cut));
+        }
+        // Random bytes flipped, and whole files of random bytes.
+        for (int k = 0; k < 40; ++k) {
+            std::vector<char> bad = bytes;
+            for (int flips = 0; flips < 1 + k % 5; ++flips) bad[rng() % bad.size()] = static_cast<char>(rng());
+            testutil::writeBytes(dir + "/" + n, bad);
+            readAll(n + " flipped");
+            std::vector<char> noise(rng() % (2 * bytes.size() + 1));
+            for (char& b : noise) b = static_cast<char>(rng());
+            testutil::writeBytes(dir + "/" + n, noise);
+            readAll(n + " noise");
+        }
+        restore();
+    }
+    // Files swapped between frames and kinds, and a directory of empty files.
+    const std::pair<const char*, const char*> swaps[] = {
+        {"curves_p1", "follicles"}, {"follicles", "curves_p2"}, {"info", "curves_p1"}, {"curves_p2", "info"}};
+    for (const auto& [from, to] : swaps) {
+        testutil::writeBytes(dir + "/" + to, good[from]);
+        readAll(std::string(from) + " as " + to);
+        restore();
+    }
+    for (const auto& n : names) testutil::writeBytes(dir + "/" + n, {});
+    readAll("empty files");
+    std::cout << runs << " damaged directories read; worst peak " << worst << " bytes\n";
+}

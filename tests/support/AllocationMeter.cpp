@@ -1,0 +1,39 @@
+#include "support/AllocationMeter.h"
+
+#include <malloc.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace {
+std::atomic<std::size_t> gLive{0}, gPeak{0};
+
+void* take(std::size_t n) {
+    void* p = std::malloc(n ? n : 1);
+    if (!p) throw std::bad_alloc();
+    const std::size_t now = gLive.fetch_add(malloc_usable_size(p)) + malloc_usable_size(p);
+    std::size_t peak = gPeak.load();
+    while (now > peak && !gPeak.compare_exchange_weak(peak, now)) {}
+    return p;
+}
+
+void give(void* p) {
+    if (!p) return;
+    gLive.fetch_sub(malloc_usable_size(p));
+    std::free(p);
+}
+} // namespace
+
+void* operator new(std::size_t n) { return take(n); }
+void* operator new[](std::size_t n) { return take(n); }
+void operator delete(void* p) noexcept { give(p); }
+void operator delete[](void* p) noexcept { give(p); }
+void operator delete(void* p, std::size_t) noexcept { give(p); }
+void operator delete[](void* p, std::size_t) noexcept { give(p); }
+
+namespace testutil {
+std::size_t liveBytes() { return gLive.load(); }
+std::size_t peakBytes() { return gPeak.load(); }
+void resetPeak() { gPeak.store(gLive.load()); }
+} // namespace testutil
