@@ -49,6 +49,10 @@ public:
     // deliver keep their value (zero after a sizing read); false when not all came.
     bool read(std::ifstream& file, bool readLength);
 
+    // Sizes the array to n and reads n elements as one block, reusing the array's memory;
+    // elements the stream cannot deliver are zero. False when not all came.
+    bool readExactly(std::ifstream& file, int n);
+
     // Empties the array first; then, for a non-empty source, takes source[i] for each
     // nonzero keep[i], in order. A keep of another length prints
     // "Error@ZArray::from(): Invalid input data." and leaves the array empty.
@@ -92,12 +96,28 @@ bool ZArray<T>::read(std::ifstream& file, bool readLength) {
             markFailed(file);
             return false;
         }
-        setLength(n, true);
+        return readExactly(file, n);
     }
     if (this->empty()) return true;
     const size_t want = this->size() * sizeof(T);
     file.read(reinterpret_cast<char*>(this->data()), static_cast<std::streamsize>(want));
     return static_cast<size_t>(file.gcount()) == want;
+}
+
+template <typename T>
+bool ZArray<T>::readExactly(std::ifstream& file, int n) {
+    static_assert(std::is_trivially_copyable<T>::value, "raw element type needed");
+    if (n < 1) { this->clear(); return true; }
+    // No zero fill before the read: the bytes are overwritten by the file, and only what
+    // it could not deliver is cleared afterwards. On a large frame this saves a whole
+    // pass over the array.
+    this->resize(static_cast<size_t>(n));
+    const size_t want = this->size() * sizeof(T);
+    file.read(reinterpret_cast<char*>(this->data()), static_cast<std::streamsize>(want));
+    const size_t got = static_cast<size_t>(file.gcount());
+    if (got == want) return true;
+    std::memset(reinterpret_cast<char*>(this->data()) + got, 0, want - got);
+    return false;
 }
 
 template <typename T>

@@ -100,19 +100,19 @@ void ZCurves::write(std::ofstream& file) const {
 }
 
 bool ZCurves::read(std::ifstream& file) {
-    ZCurves c;
-    bool ok = c.numCVs.read(file, true) && c.start.read(file, true) && c.cvs.read(file, true);
-    ok = ok && c.numCVs.size() == c.start.size();
-    for (size_t i = 0; ok && i < c.numCVs.size(); ++i) {
-        const long long s = c.start[i], m = c.numCVs[i];
-        ok = s >= 0 && m >= 0 && s + m <= static_cast<long long>(c.cvs.size());
+    // Straight into this object's arrays, so that reading frame after frame reuses their
+    // memory; a rejected record leaves them empty all the same.
+    bool ok = numCVs.read(file, true) && start.read(file, true) && cvs.read(file, true);
+    ok = ok && numCVs.size() == start.size();
+    for (size_t i = 0; ok && i < numCVs.size(); ++i) {
+        const long long s = start[i], m = numCVs[i];
+        ok = s >= 0 && m >= 0 && s + m <= static_cast<long long>(cvs.size());
     }
     if (!ok) {
         reset();
         markFailed(file);
         return false;
     }
-    *this = std::move(c);
     return true;
 }
 

@@ -84,24 +84,22 @@ void ZSetArray<T>::write(std::ofstream& file) const {
 
 template <typename T>
 bool ZSetArray<T>::read(std::ifstream& file) {
-    reset();
-    ZIntArray c;
-    ZArray<T> v;
-    if (!c.read(file, true) || !v.read(file, true)) {
+    // Straight into the members, reusing their memory from one read to the next; a
+    // rejected record leaves the object empty.
+    auto fail = [&] {
+        reset();
         markFailed(file);
         return false;
-    }
-    ZIntArray s(c.size());
+    };
+    if (!counts.read(file, true) || !values.read(file, true)) return fail();
+    starts.resize(counts.size());
     int64_t total = 0;
-    for (size_t i = 0; i < c.size(); ++i) {
-        if (c[i] < 0) { markFailed(file); return false; }
-        s[i] = static_cast<int>(total);
-        total += c[i];
+    for (size_t i = 0; i < counts.size(); ++i) {
+        if (counts[i] < 0) return fail();
+        starts[i] = static_cast<int>(total);
+        total += counts[i];
     }
-    if (total != v.length()) { markFailed(file); return false; }
-    counts.swap(c);
-    starts.swap(s);
-    values.swap(v);
+    if (total != values.length()) return fail();
     return true;
 }
 

@@ -2,18 +2,23 @@
 //
 // It builds a body (a UV sphere with per-corner surface coordinates and per-vertex
 // frames), grows a few thousand strands on it, computes their root frames and lean axes,
-// draws random widths and opacities, runs a stack of modifiers driven by artist
-// expressions (width, opacity, direction, scale, cut, offset), writes the static and the
-// per-frame follicle records the way a cache does, reads them back into a fresh set,
-// places a feather template along every strand, saves and reloads the feather, and prints
-// a short summary.
+// draws random widths and opacities, and runs a stack of modifiers driven by artist
+// expressions (width, opacity, direction, scale, cut, offset). Two feather templates and
+// a source mesh are placed along some of the strands. Then it animates the shot (the body
+// turns and walks, the strands follow and sway) and bakes it to a cache directory over 24
+// frames, with the feathers, the source and per-strand feather transforms and folds. A
+// second pass tests the cache, reads its info record and every frame back into fresh
+// objects, and checks each bit for bit against the shot; it prints the cache's size and
+// the time per frame.
 //
 //   groom_host OUTPUT_DIR [STRAND_COUNT]
 
 #include <omp.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cmath>
+#include <cstring>
 #include <cstdlib>
 #include <filesystem>
 #include <iomanip>
@@ -21,7 +26,11 @@
 #include <vector>
 
 #include "base/UlmexBase.h"
+#include "cache/RuvoMisc.h"
+#include "cache/ZCacheData2.h"
+#include "common/AnimatedGroom.h"
 #include "common/BuiltinGroom.h"
+#include "feathers/ZSource.h"
 #include "modifiers/ZCutModifier.h"
 #include "modifiers/ZDirectionModifier.h"
 #include "modifiers/ZOffsetModifier.h"
@@ -83,18 +92,34 @@ struct Stack {
     }
 };
 
-bool sameData(const ZFollicles& a, const ZFollicles& b) {
-    return a.uid == b.uid && a.rtp == b.rtp && a.tgl == b.tgl && a.bcc == b.bcc && a.uvw == b.uvw &&
-           a.nmp == b.nmp && a.ln0 == b.ln0 && a.ln1 == b.ln1 && a.rxy == b.rxy && a.twh == b.twh &&
-           a.rwh == b.rwh && a.top == b.top && a.rop == b.rop && a.bdi == b.bdi && a.bdw == b.bdw &&
-           a.axs == b.axs && a.maxLn0 == b.maxLn0 && a.maxLn1 == b.maxLn1;
-}
-
 template <typename F>
 double millis(F&& f) {
     const auto t0 = std::chrono::steady_clock::now();
     f();
     return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
+}
+
+
+// Bit-for-bit equality of two arrays (== on floats would let -0 pass for 0 and fail NaN).
+template <typename T>
+bool sameBits(const ZArray<T>& a, const ZArray<T>& b) {
+    return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0);
+}
+
+bool sameFrame(const ZFollicles& a, const ZCurves& ca, const ZFollicles& b, const ZCurves& cb) {
+    return sameBits(ca.numCVs, cb.numCVs) && sameBits(ca.start, cb.start) && sameBits(ca.cvs, cb.cvs) &&
+           sameBits(a.uid, b.uid) && sameBits(a.rtp, b.rtp) && sameBits(a.tgl, b.tgl) && sameBits(a.bcc, b.bcc) &&
+           sameBits(a.uvw, b.uvw) && sameBits(a.nmp, b.nmp) && sameBits(a.ln0, b.ln0) && sameBits(a.ln1, b.ln1) &&
+           sameBits(a.rxy, b.rxy) && sameBits(a.twh, b.twh) && sameBits(a.rwh, b.rwh) && sameBits(a.top, b.top) &&
+           sameBits(a.rop, b.rop) && a.bdi == b.bdi && a.bdw == b.bdw && sameBits(a.axs, b.axs) &&
+           std::memcmp(&a.maxLn0, &b.maxLn0, 4) == 0 && std::memcmp(&a.maxLn1, &b.maxLn1, 4) == 0;
+}
+
+uint64_t bytesUnder(const std::string& dir) {
+    uint64_t total = 0;
+    for (const auto& e : std::filesystem::directory_iterator(dir))
+        if (e.is_regular_file()) total += e.file_size();
+    return total;
 }
 
 } // namespace
@@ -107,117 +132,150 @@ int main(int argc, char** argv) {
     const std::string outDir = argv[1];
     const int count = argc > 2 ? std::max(1, std::atoi(argv[2])) : 5000;
     const int cvCount = 8;
-    const float frame = 1001.f;
+    const int firstFrame = 1001, frameCount = 24;
 
-    ZTriMesh body;
-    ZAxisArray frames;
-    examples::buildSphere(1.f, 24, 48, body, frames);
-
-    ZFollicles groom;
-    ZCurves curves;
-    examples::growStrands(body, frames, count, cvCount, 0.325f, groom, curves);
-
-    double tAxes = 0, tRxy = 0, tStack = 0, tDeformOnly = 0;
-    tAxes = millis([&] {
-        if (!groom.updateAxes(body, frames, true)) std::exit(1);
+    // The groom at rest: grown, framed, combed and shaped.
+    examples::AnimatedGroom shot(count, cvCount);
+    ZFollicles& groom = shot.follicles;
+    double tAxes = millis([&] {
+        if (!groom.updateAxes(shot.restBody, shot.restFrames, true)) std::exit(1);
     });
-    tRxy = millis([&] {
-        if (!groom.calcRxy(curves, true)) std::exit(1);
+    double tRxy = millis([&] {
+        if (!groom.calcRxy(shot.restCurves, true)) std::exit(1);
     });
     groom.setTipWidth(0.002f, 0.004f, true);
     groom.setRootWidth(0.01f, 0.02f, true);
     groom.setTipOpacity(0.3f, 0.6f, true);
     groom.setRootOpacity(0.9f, 1.f, true);
-    const ZCurves grown = curves;
+    const ZCurves grown = shot.restCurves;
     Stack stack;
-    tStack = millis([&] { stack.apply(groom, curves); });
+    const double tStack = millis([&] { stack.apply(groom, shot.restCurves); });
     // The next frame: nothing changed, so every evaluate returns at once and only the
     // deforms run (on the grown strands again).
     ZCurves again = grown;
     ZFollicles sameGroom = groom;
-    tDeformOnly = millis([&] { stack.apply(sameGroom, again); });
-    const bool reproducible = again == curves && sameGroom.twh == groom.twh;
+    const double tDeformOnly = millis([&] { stack.apply(sameGroom, again); });
+    const bool reproducible = again == shot.restCurves && sameGroom.twh == groom.twh;
 
-    // Write as a cache does: the static record once, then curves and the per-frame record
-    // of the frame in one file.
-    std::error_code ec;
-    std::filesystem::create_directories(std::filesystem::path(outDir).parent_path(), ec);
-    if (!ZCreateDirectory(outDir.c_str(), 0755)) {
-        std::cerr << "cannot create " << outDir << "\n";
-        return 1;
+    // Two feather templates, a contour feather on two strands in three and a small covert
+    // on the rest, each with a per-strand scale, rotation and fold; and a source mesh.
+    ZFeather contour, covert;
+    examples::buildFeatherTemplate(30, 7, contour);
+    examples::buildFeatherTemplate(12, 5, covert);
+    covert.name = "builtin:covert";
+    const int n = groom.numStrands();
+    ZVectorArray scales(static_cast<size_t>(n)), rotations(static_cast<size_t>(n));
+    ZFloatArray folds(static_cast<size_t>(n));
+    for (int i = 0; i < n; ++i) {
+        groom.rtp[i] = i % 3 == 2 ? 1 : 0;
+        const float r = ZRandomUnit(static_cast<uint32_t>(groom.uid[i]) * 7u);
+        scales[i] = ZVector(0.8f + 0.4f * r, 1.f, 1.f);
+        rotations[i] = ZVector(0.f, 40.f * r - 20.f, 0.f);
     }
-    const std::string staticPath = outDir + "/follicles";
-    const std::string framePath = outDir + "/curves_" + std::string(frame < 0.f ? "m" : "p") + std::string(ZString(frame));
-    {
-        std::ofstream out(staticPath, std::ios::binary | std::ios::trunc);
-        groom.write(out, true);
-        std::ofstream perFrame(framePath, std::ios::binary | std::ios::trunc);
-        curves.write(perFrame);
-        groom.write(perFrame, false);
-        if (!out || !perFrame) {
-            std::cerr << "cannot write to " << outDir << "\n";
-            return 1;
-        }
-    }
+    ZSource leaf;
+    leaf.name = "builtin:leaf";
+    leaf.mesh = covert.mesh;
+    leaf.curves = covert.curves;
+    leaf.txAssetName = "leaf_tex";
+    leaf.txLayerName = "diffuse";
+    leaf.latticeResolution = 4;
+    leaf.initialize();
 
-    // Read back as a host loading the cache would.
-    ZFollicles loaded;
-    loaded.reset();
-    ZCurves loadedCurves;
-    {
-        std::ifstream in(staticPath, std::ios::binary);
-        loaded.read(in);
-        std::ifstream perFrame(framePath, std::ios::binary);
-        if (!loadedCurves.read(perFrame)) {
-            std::cerr << "cannot read curves back\n";
-            return 1;
-        }
-        loaded.read(perFrame);
-    }
-    const bool roundTrip = sameData(groom, loaded) && loadedCurves == curves;
-
-    // Feathers: a template placed along every strand, with a fold, and kept the way a
-    // cache keeps its feathers (a count, then one geometry record each).
-    ZFeather feather;
-    examples::buildFeatherTemplate(30, 7, feather);
-    ZVectorArray placed(feather.mesh.points.size());
-    ZBoundingBox plumage;
+    ZVectorArray placed(contour.mesh.points.size()), placedLeaf(leaf.mesh.points.size());
+    ZBoundingBox plumage, foliage;
     const double tFeathers = millis([&] {
-        for (int i = 0; i < groom.numStrands(); ++i) {
-            feather.deform(loaded, loadedCurves, i, 1.f, 0.3f, &placed, nullptr, nullptr, false);
+        for (int i = 0; i < n; ++i) {
+            const ZFeather& f = groom.rtp[i] == 0 ? contour : covert;
+            placed.resize(f.mesh.points.size());
+            f.deform(groom, shot.restCurves, i, scales[i].x, 0.3f, &placed, nullptr, nullptr, false);
             for (const ZVector& p : placed) plumage.expand(p);
         }
     });
-    const std::string featherPath = outDir + "/feathers";
-    {
-        std::ofstream out(featherPath, std::ios::binary | std::ios::trunc);
-        const int32_t count = 1;
-        out.write(reinterpret_cast<const char*>(&count), sizeof count);
-        feather.write(out);
+    for (int i = 0; i < n; i += 10) {
+        leaf.deform(groom, shot.restCurves, i, 0.5f, 0.f, &placedLeaf, nullptr, nullptr, false);
+        for (const ZVector& p : placedLeaf) foliage.expand(p);
     }
-    ZFeather loadedFeather;
-    {
-        std::ifstream in(featherPath, std::ios::binary);
-        int32_t count = 0;
-        readPod(in, count);
-        if (count == 1) loadedFeather.read(in);
-        loadedFeather.initialize();
-    }
-    const bool featherTrip = loadedFeather.mesh == feather.mesh && loadedFeather.curves == feather.curves &&
-                             loadedFeather.lattice.numVertices() == 3 * (3 + 1);
 
-    double meanTip = 0, meanRoot = 0, lean = 0;
-    for (int i = 0; i < loaded.numStrands(); ++i) {
-        meanTip += loaded.twh[i];
-        meanRoot += loaded.rwh[i];
-        lean += std::hypot(loaded.rxy[i][0], loaded.rxy[i][1]);
+    // Bake the shot: the static files once, then one set of files per frame.
+    std::error_code ec;
+    std::filesystem::create_directories(outDir, ec);
+    ZCacheData2 cache;
+    cache.nodeName = "hair";
+    cache.nodeType = "groomcoreExample";
+    cache.meshNodeName = "bodyShape";
+    cache.bindingScheme = 4;
+    cache.textureType = 0;
+    cache.follicles = &groom;
+    cache.curves = &shot.curves;
+    cache.boundingBox = &shot.box;
+    cache.feathers = {&contour, &covert};
+    cache.sources = {&leaf};
+    cache.scales = &scales;
+    cache.rotations = &rotations;
+    cache.folds = &folds;
+    shot.setFrame(static_cast<float>(firstFrame));
+    if (!cache.bakeStaticData(outDir)) return 1;
+    const bool interactive = ::isatty(1);
+    double tBake = 0;
+    for (int k = 0; k < frameCount; ++k) {
+        const int frame = firstFrame + k;
+        shot.setFrame(static_cast<float>(frame));
+        for (int i = 0; i < n; ++i) folds[i] = 0.3f + 0.1f * std::sin(0.3f * static_cast<float>(frame) + static_cast<float>(i));
+        bool ok = true;
+        tBake += millis([&] { ok = cache.bakePerFrameData(outDir, static_cast<float>(frame)); });
+        if (!ok) return 1;
+        // One progress line, rewritten in place on a terminal; a log gets every sixth frame.
+        if (interactive)
+            std::cout << "\r  baking frame " << frame << " (" << k + 1 << "/" << frameCount << ")" << std::flush;
+        else if ((k + 1) % 6 == 0 || k + 1 == frameCount)
+            std::cout << "  baked frame " << frame << " (" << k + 1 << "/" << frameCount << ")\n";
     }
-    const int n = loaded.numStrands();
+    if (interactive) std::cout << "\n";
+
+    // Second pass, as a farm job would: test the cache, read its record, load every frame
+    // into fresh objects and compare it with the shot.
+    const std::string cacheDir = outDir + "/hair";
+    RuvoCacheInfo info{};
+    const bool found = isValidCachePathAndCacheName(outDir, "hair") && readInfoData(cacheDir, &info);
+    int identical = 0;
+    double tRead = 0;
+    for (int k = frameCount - 1; k >= 0; --k) {
+        const int frame = firstFrame + k;
+        ZCurves curves;
+        ZFollicles loaded;
+        bool ok = false;
+        tRead += millis([&] { ok = readStrandsData(cacheDir, frame, &curves, &loaded); });
+        shot.setFrame(static_cast<float>(frame));
+        identical += ok && sameFrame(groom, shot.curves, loaded, curves);
+    }
+    // The feathers file is the host's to read, with ZFeather::read.
+    ZFeather loadedContour, loadedCovert;
+    {
+        std::ifstream in(cacheDir + "/feathers", std::ios::binary);
+        int32_t feathers = 0;
+        readPod(in, feathers);
+        if (feathers == 2) {
+            loadedContour.read(in);
+            loadedCovert.read(in);
+        }
+    }
+    const bool featherTrip = loadedContour.mesh == contour.mesh && loadedCovert.curves == covert.curves &&
+                             loadedCovert.name == covert.name;
+    const bool cacheTrip = found && identical == frameCount && featherTrip;
+
+    double meanTip = 0, meanRoot = 0, lean = 0, length = 0;
+    for (int i = 0; i < n; ++i) {
+        meanTip += groom.twh[i];
+        meanRoot += groom.rwh[i];
+        lean += std::hypot(groom.rxy[i][0], groom.rxy[i][1]);
+        length += shot.restCurves.lineLength(i);
+    }
+    const double mib = static_cast<double>(bytesUnder(cacheDir)) / (1024.0 * 1024.0);
     std::cout << std::fixed << std::setprecision(4);
     std::cout << "groomcore example host\n"
-              << "  body:        " << body.numVertices() << " points, " << body.numTriangles() << " triangles\n"
-              << "  strands:     " << n << " x " << cvCount << " CVs, total length "
-              << [&] { double l = 0; for (int i = 0; i < n; ++i) l += loadedCurves.lineLength(i); return l; }() << "\n"
+              << "  body:        " << shot.restBody.numVertices() << " points, " << shot.restBody.numTriangles()
+              << " triangles\n"
+              << "  strands:     " << n << " x " << cvCount << " CVs, total length " << length << "\n"
               << "  threads:     " << omp_get_max_threads() << "\n"
               << "  updateAxes:  " << tAxes << " ms, calcRxy: " << tRxy << " ms\n"
               << "  modifiers:   width, opacity, direction, scale, cut, offset: " << tStack
@@ -229,11 +287,17 @@ int main(int argc, char** argv) {
               << "  tip width:   mean " << meanTip / n << "\n"
               << "  root width:  mean " << meanRoot / n << "\n"
               << "  |rxy| mean:  " << lean / n << "\n"
-              << "  memory:      " << loaded.usedMemorySize(ZDataUnit::zKilobytes) << " KiB of attributes\n"
-              << "  files:       " << staticPath << ", " << framePath << "\n"
-              << "  round trip:  " << (roundTrip ? "identical" : "DIFFERENT") << "\n"
-              << "  feathers:    " << feather.mesh.numVertices() << "-point template on " << n << " strands in "
-              << tFeathers << " ms, plumage box " << plumage.minPoint << " to " << plumage.maxPoint << "\n"
-              << "  feather file " << featherPath << ": " << (featherTrip ? "read back" : "DIFFERENT") << "\n";
-    return roundTrip && reproducible && featherTrip ? 0 : 1;
+              << "  feathers:    " << contour.mesh.numVertices() << "- and " << covert.mesh.numVertices()
+              << "-point templates on " << n << " strands in " << tFeathers << " ms, plumage box "
+              << plumage.minPoint << " to " << plumage.maxPoint << "\n"
+              << "  source:      " << leaf.name << " on every tenth strand, box " << foliage.minPoint << " to "
+              << foliage.maxPoint << "\n"
+              << "  cache:       " << cacheDir << ", " << info.cacheType << " of node " << info.nodeName << ", "
+              << frameCount << " frames (" << firstFrame << "-" << firstFrame + frameCount - 1 << "), "
+              << std::setprecision(1) << mib << " MiB\n"
+              << std::setprecision(3) << "  per frame:   bake " << tBake / frameCount << " ms, read "
+              << tRead / frameCount << " ms\n"
+              << "  read back:   " << identical << " of " << frameCount << " frames bit for bit, feathers "
+              << (featherTrip ? "identical" : "DIFFERENT") << "\n";
+    return cacheTrip && reproducible ? 0 : 1;
 }

@@ -57,8 +57,7 @@ bool readFixed(std::ifstream& file, ZArray<T>& a, int n, int64_t recordBytes) {
         markFailed(file);
         return false;
     }
-    a.setLength(n, true);
-    return a.read(file, false);
+    return a.readExactly(file, n);
 }
 
 } // namespace
