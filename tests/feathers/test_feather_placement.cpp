@@ -5,6 +5,7 @@
 
 #include "FeatherFixtures.h"
 #include "feathers/ZSource.h"
+#include "support/TestUtil.h"
 
 using namespace Ulmex;
 
@@ -129,6 +130,51 @@ TEST(FeatherPlacement, RotateLiesStraightAlongTheChord) {
     EXPECT_LT(dist(out[2], root + d * (tip - root).length()), 5e-3f);
     const ZVector mid = out[4] - (out[4] - root).dot(d) * d - root;
     EXPECT_NEAR(mid.length(), 0.2f, 2e-3f);  // only the depth leaves the chord
+}
+
+TEST(FeatherPlacement, RotateAlwaysBlendsTheFoldBitForBit) {
+    // rotate places each point at root + u d + (x k) q + (z k) b, with q always the
+    // normalised blend of the side vector s and its folded turn, at angle 0 as well. The
+    // expectation follows that recipe step by step on the bent strand, for a flat and a
+    // folded placement; at angle 0 it must differ from taking q = s unblended, or the
+    // test could not tell the two apart.
+    const ZFeather f = fixtures::diamondFeather();
+    ZFollicles fol;
+    ZCurves strands;
+    fixtures::strands(fol, strands);
+    fol.rxy[1] = ZTuple<2, float>(0.6f, 0.8f);
+    fol.ln1[1] = 2.5f;
+    const int i = 1, first = strands.start[1], n = strands.numCVs[1];
+    const ZVector root = strands.cvs[first], tip = strands.cvs[first + n - 1];
+    const ZVector d = fastNormalize(tip - root);
+    const ZBoundingBox& box = f.boundingBox;
+    const float H = box.maxPoint.y - box.minPoint.y, invH = 1.f / H, L = (tip - root).length();
+    const ZVector s = -fastNormalize(fol.axs[i].xAxis * fol.rxy[i][0] + fol.axs[i].yAxis * fol.rxy[i][1]);
+    const float scale = 1.25f, k = invH * fol.ln1[i] * scale;
+    auto place = [&](const ZVector& p, float angle, bool blend) {
+        ZVector q = s;
+        if (blend) {
+            const bool plus = p.x > 0.f;
+            const float w = plus ? p.x / (box.maxPoint.x + 1e-30f) : p.x / (box.minPoint.x - 1e-30f);
+            q = fastNormalize(s * (1.f - w) + Rotate(s, d, plus ? -angle : angle) * w);
+        }
+        const ZVector P = root + d * ((p.y - box.minPoint.y) * invH * L);
+        const ZVector b = fastNormalize(q.cross(d));
+        return P + q * (p.x * k) + b * (p.z * k);
+    };
+    int blendShows = 0;
+    for (float angle : {0.f, 0.6f}) {
+        ZVectorArray out(f.mesh.points.size());
+        f.rotate(fol, strands, i, scale, angle, &out, nullptr, nullptr);
+        for (size_t j = 0; j < out.size(); ++j) {
+            const ZVector want = place(f.mesh.points[j], angle, true);
+            EXPECT_EQ(testutil::floatBits(out[j].x), testutil::floatBits(want.x)) << angle << " " << j;
+            EXPECT_EQ(testutil::floatBits(out[j].y), testutil::floatBits(want.y)) << angle << " " << j;
+            EXPECT_EQ(testutil::floatBits(out[j].z), testutil::floatBits(want.z)) << angle << " " << j;
+            if (angle == 0.f && !(place(f.mesh.points[j], 0.f, false) == want)) ++blendShows;
+        }
+    }
+    ASSERT_GT(blendShows, 0);
 }
 
 TEST(FeatherPlacement, DegenerateTemplatesAndStrands) {

@@ -319,3 +319,101 @@ TEST(ShapingModifiers, ResultsDoNotDependOnTheThreadCount) {
     const ZCurves four = testutil::withThreads(4, run);
     EXPECT_EQ(one.cvs, four.cvs);
 }
+
+TEST(Bend, TipLandsWhereThePivotAnglesDtTwoDtAndOnPutIt) {
+    // Six CVs up z with unit spacing, lean axis x: pivots 1 to 5 get t = dt, 2 dt, ...
+    // (dt = 0.2) and, with rate 1, the angles bend * t (bend * (1 - t) when not tip
+    // weighted). The expectation replays the pivots in double precision: each turns the
+    // CVs beyond it about the axis through it. The axis is x as the fast normalisation
+    // leaves it (length lambda, a little off 1), which the turn formula scales by.
+    const double lambda = fastNormalize(ZVector(1, 0, 0)).x;
+    const double bend = 30.0 * 0.01745329238474369;
+    for (bool tipWeighted : {true, false}) {
+        auto g = straightGroom(1, 6);
+        ZBendModifier b;
+        setBend(b, 30.f, 1.f, 0.f, 1.f, tipWeighted);
+        b.apply(g.f, g.c, g.c);
+        double y[6] = {0, 0, 0, 0, 0, 0}, z[6] = {0, 1, 2, 3, 4, 5};
+        for (int p = 1; p <= 5; ++p) {
+            const double t = 0.2 * p, a = bend * (tipWeighted ? t : 1.0 - t);
+            for (int q = p + 1; q < 6; ++q) {
+                const double vy = y[q] - y[p], vz = z[q] - z[p];
+                y[q] = vy * std::cos(a) - lambda * vz * std::sin(a) + y[p];
+                z[q] = vz * std::cos(a) + lambda * vy * std::sin(a) + z[p];
+            }
+        }
+        for (int q = 0; q < 6; ++q) {
+            EXPECT_EQ(g.c.cvs[q].x, 0.f);
+            EXPECT_NEAR(g.c.cvs[q].y, y[q], 2e-5) << tipWeighted << " " << q;
+            EXPECT_NEAR(g.c.cvs[q].z, z[q], 2e-5) << tipWeighted << " " << q;
+        }
+    }
+}
+
+TEST(Clump, StraysAreDrawnWithTheirOwnSaltBesideTheMask) {
+    // A stray ratio of 0.5 picks about half the strands; which ones is fixed by the draw
+    // ZRandomUnit(base + uid + 10001), base coming from the clump seed as for the mask.
+    const int n = 2000;
+    auto g = straightGroom(n, 3);
+    bindAll(g, 0);
+    ZClumpModifier c;
+    setClump(c, 1.f, 0.f, 0, false);
+    c.clumpSeed = 2.5f;
+    c.strayRatioExpr = "0.5";
+    c.strayAmountExpr = "0.25";
+    c.evaluate(g.f, g.c);
+    const int base = static_cast<int>(ZRandomUnit(static_cast<uint32_t>(static_cast<int>(2.5f * 100.f))) * 10000.f);
+    int strays = 0;
+    for (int i = 0; i < n; ++i) {
+        const float r = ZRandomUnit(static_cast<uint32_t>(base + g.f.uid[i] + 10001));
+        ASSERT_EQ(c.strayFlags[i], 0.5 > static_cast<double>(r) ? 1 : 0) << i;
+        strays += c.strayFlags[i];
+        EXPECT_EQ(c.strayAmounts[i], 0.25f);
+    }
+    EXPECT_GT(strays, n / 3);
+    EXPECT_LT(strays, 2 * n / 3);
+}
+
+TEST(Kink, BasePhaseIsTheUidsUnitDrawPlusTheSeed) {
+    // With kink 0 the noise term vanishes and every CV past the root takes the strand's
+    // base phase 2 pi (ZRandomUnit(uid) + kinkSeed); the root entries stay 0.
+    auto g = straightGroom(5, 4);
+    for (int i = 0; i < 5; ++i) g.f.uid[i] = 7919 * (i + 3);
+    ZKinkModifier k;
+    setKink(k, 0.f, 0.1f, 0.1f, 0.f, 0.f);
+    k.kinkSeed = 0.37f;
+    k.evaluate(g.f, g.c);
+    for (int i = 0; i < 5; ++i) {
+        const float phase = 6.2831855f * (ZRandomUnit(static_cast<uint32_t>(g.f.uid[i])) + 0.37f);
+        float s, c;
+        sincosf(phase, &s, &c);
+        const int f = g.c.start[i];
+        EXPECT_EQ(k.kinkCos[f], 0.f);
+        EXPECT_EQ(k.kinkSin[f], 0.f);
+        for (int j = 1; j < 4; ++j) {
+            EXPECT_EQ(k.kinkCos[f + j], c) << i << " " << j;
+            EXPECT_EQ(k.kinkSin[f + j], s) << i << " " << j;
+        }
+    }
+}
+
+TEST(Frizz, WidthRampsFromRootToTip) {
+    // One strand of 5 CVs, ln0 4, frizz 0.5: CV j moves by (2 r - 1) w per component, with
+    // w = ((1 - t) root + t tip) * frizz * ln0 and t = j / 4. Root and tip widths differ
+    // tenfold, so a ramp run the wrong way shows at every CV but the middle one.
+    auto g = straightGroom(1, 5);
+    const ZCurves before = g.c;
+    ZFrizzModifier fz;
+    setFrizz(fz, 0.5f, 0.2f, 0.02f);
+    fz.apply(g.f, g.c, g.c);
+    EXPECT_EQ(g.c.cvs[0], before.cvs[0]);
+    for (int j = 1; j < 5; ++j) {
+        const double t = j / 4.0;
+        const double w = ((1 - t) * 0.02 + t * 0.2) * 0.5 * 4.0;
+        const ZVector r(ZRandomUnit(3u * j), ZRandomUnit(3u * j + 1u), ZRandomUnit(3u * j + 2u));  // CV j's jitter
+        const ZVector moved = g.c.cvs[j] - before.cvs[j];
+        EXPECT_NEAR(moved.x, (2.0 * r.x - 1.0) * w, 1e-6) << j;
+        EXPECT_NEAR(moved.y, (2.0 * r.y - 1.0) * w, 1e-6) << j;
+        EXPECT_NEAR(moved.z, (2.0 * r.z - 1.0) * w, 1e-6) << j;
+    }
+}

@@ -309,13 +309,26 @@ TEST(FollicleMerge, WrongKeepPrintsOncePerNonEmptyPlainArray) {
 
 TEST(FollicleMerge, AppendConcatenatesAndRaisesMaxima) {
     ZFollicles a = makeFollicles(3);
-    const ZFollicles b = makeFollicles(2, 1);
+    ZFollicles b = makeFollicles(2, 1);
+    // Each maximum rises from its own counterpart: the two are distinct on both sides, and
+    // the larger comes from the other set for one and from this set for the other.
+    a.maxLn0 = 2.f;
+    a.maxLn1 = 3.f;
+    b.maxLn0 = 5.f;
+    b.maxLn1 = 9.f;
     a.append(b, true);
     EXPECT_EQ(a.numStrands(), 5);
     EXPECT_EQ(a.uid[3], 1100);  // uids are not renumbered
     EXPECT_EQ(a.bdi.numSets(), 5);
     EXPECT_EQ(a.bdi.starts[4], 3 + 0);  // shifted behind a's three values
-    EXPECT_EQ(a.maxLn0, b.maxLn0);
+    EXPECT_EQ(a.maxLn0, 5.f);
+    EXPECT_EQ(a.maxLn1, 9.f);
+    ZFollicles e = makeFollicles(1);
+    e.maxLn0 = 7.f;
+    e.maxLn1 = 1.f;
+    e.append(b, true);
+    EXPECT_EQ(e.maxLn0, 7.f);
+    EXPECT_EQ(e.maxLn1, 9.f);
     EXPECT_EQ(a.auxInt0.length(), 5);
     EXPECT_EQ(a.axs.length(), 5);
 

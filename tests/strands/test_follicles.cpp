@@ -130,6 +130,9 @@ TEST(UpdateAxes, RejectsEachKindOfBadInputWithTheMessage) {
     };
     ZAxisArray shortFrames(frames.begin(), frames.end() - 1);
     expectRejected(mesh, shortFrames);
+    ZAxisArray longFrames = frames;  // one frame too many is as wrong as one too few
+    longFrames.push_back(ZAxis());
+    expectRejected(mesh, longFrames);
     ZTriMesh noUvs = mesh;
     noUvs.uvs.clear();
     expectRejected(noUvs, frames);
