@@ -1,0 +1,82 @@
+// Writes a groomed node to USD for lighting and rendering, in two halves: the attribute
+// half (topology, widths, primvars: what stands still) once, and the geometry half
+// (points, normals, extents: what moves) for each time. Plain strands become one
+// BasisCurves prim; in feather mode every feather kind becomes one Mesh holding all its
+// placed copies and all feather curves one BasisCurves prim, under an Xform.
+//
+// Files are named basePath.{high|low}_kind[.time]suffix. Without perFrameFiles both
+// halves share one file: write the attribute half first (it clears the file), then the
+// geometry for each time, which gathers as time samples when hasFrameRange is set and
+// overwrites a single default value when it is not.
+//
+// The layers are authored through OpenUSD's Sdf layer API with the prims, attributes,
+// metadata, values and time samples that UsdStage and UsdGeom calls would author (the
+// test suite compares every file with what the real UsdGeom API writes from the same
+// data). `stage` holds the layer of the last call, which keeps it alive in USD's layer
+// registry so that later calls on the same file find it and add to it.
+//
+// The object holds pointers to the host's data, which must outlive the calls. One object
+// per node, used from one thread; two objects must not write one file at once.
+#pragma once
+
+#include <pxr/sdf/layer.h>
+
+#include <vector>
+
+#include "base/UlmexBase.h"
+#include "feathers/ZFeather.h"
+#include "strands/ZFollicles.h"
+
+class ZCurvesToUSD {
+public:
+    Ulmex::ZString name;          // the node; its namespace is stripped by every writer
+    Ulmex::ZString reservedText;  // not read
+    Ulmex::ZString suffix;        // ".usd"
+    Ulmex::ZString basePath;      // file path up to the first dot
+    Ulmex::ZString kind;          // "geom"
+    ZFollicles* follicles;
+    Ulmex::ZCurves* curves;
+    Ulmex::ZBoundingBox* boundingBox;  // the frame's bounds: the curves' extent
+    int bindingScheme;                 // feathers: 4 and 6 follow the strand, others are rigid
+    std::vector<ZFeather*> feathers;   // feather kinds, indexed by the follicles' rtp
+    Ulmex::ZVectorArray* scales;       // per strand, feathers only
+    Ulmex::ZVectorArray* rotations;    // per strand, degrees, feathers only
+    Ulmex::ZFloatArray* folds;         // per strand, feathers only
+    bool writeNormals;                 // curves: also the root normal of each strand
+    bool perFrameFiles;                // one file per time
+    bool featherMode;                  // the feather writers instead of the curve writers
+    float time;                        // time of the call in progress
+    bool high;                         // detail of the call in progress
+    bool hasFrameRange;                // one file gathering samples over startTime..endTime
+    float startTime;
+    float endTime;
+    float exportRatio;                 // divides the strand step; in (0, 1]
+    pxr::SdfLayerRefPtr stage;         // the layer of the last call
+
+    // Strings as documented, flags false; the fields a call reads that have no natural
+    // default (bindingScheme, time, high, hasFrameRange, startTime, endTime,
+    // exportRatio) start as 0, false and 1 and must still be set by the host.
+    ZCurvesToUSD();
+
+    // Clears follicles, curves and boundingBox, and nothing else.
+    void reset();
+
+    // The name without its first namespace level: "ns:hair" gives "hair", "a:b:c" gives
+    // "b", a name without a colon is returned as it is.
+    Ulmex::ZString removeNamespace(Ulmex::ZString& name);
+
+    // The geometry half at `time`: with perFrameFiles into a cleared file of its own (a
+    // fractional or subFrame time keeps two decimals in "high" file names), otherwise
+    // into the shared file, as time samples with hasFrameRange or as the default value
+    // without.
+    void writeGeometryToUSD(float time, bool high, bool subFrame);
+    // The attribute half, at the default time, into a cleared file (named .0000 with
+    // perFrameFiles).
+    void writeAttributeToUSD(bool high);
+
+    // The four writers the two entry operations call; `stage` must hold a layer.
+    void writeGeometryToCurve();
+    void writeAttributeToCurve();
+    void writeGeometryToFeather();
+    void writeAttributeToFeather();
+};
