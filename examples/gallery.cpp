@@ -1,8 +1,9 @@
 // The gallery: renders the built-in groom before and after each of the ten modifiers with
 // typical settings, headlessly (Mesa through EGL, offscreen), one PNG per modifier, the
-// groom before on the left and after on the right; and a feathered groom: the combed and
+// groom before on the left and after on the right; a feathered groom: the combed and
 // bent strands on the left, a feather template placed along each of them with a fold on
-// the right.
+// the right; and a groom exported to USD by ZCurvesToUSD on the left, drawn on the right
+// from what usd-core reads back from the file (points, curve vertex counts and widths).
 //
 //   gallery OUTPUT_DIR
 //
@@ -15,6 +16,8 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
+#include <fstream>
 #include <filesystem>
 #include <functional>
 #include <iostream>
@@ -34,6 +37,7 @@
 #include "modifiers/ZOpacityModifier.h"
 #include "modifiers/ZScaleModifier.h"
 #include "modifiers/ZWidthModifier.h"
+#include "usd/ZCurvesToUSD.h"
 
 using namespace Ulmex;
 
@@ -89,13 +93,27 @@ void drawBody(const ZTriMesh& body) {
     glDisable(GL_LIGHTING);
 }
 
+void drawStrandsWithWidths(const ZFollicles& f, const ZCurves& c, const std::vector<float>& perCV);
+
 // Ribbons facing the eye, width and opacity interpolated from root to tip, shaded by a
 // simple hair term on the tangent.
 void drawStrands(const ZFollicles& f, const ZCurves& c) {
+    std::vector<float> perCV;
+    for (int i = 0; i < c.numCurves(); ++i)
+        for (int j = 0; j < c.numCVs[i]; ++j) {
+            const float t = c.numCVs[i] > 1 ? static_cast<float>(j) / static_cast<float>(c.numCVs[i] - 1) : 0.f;
+            perCV.push_back((1.f - t) * f.rwh[i] + t * f.twh[i]);
+        }
+    drawStrandsWithWidths(f, c, perCV);
+}
+
+// The same ribbons with a width given for every CV.
+void drawStrandsWithWidths(const ZFollicles& f, const ZCurves& c, const std::vector<float>& perCV) {
     glEnable(GL_BLEND);
     glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
     glDepthMask(GL_FALSE);
-    for (int i = 0; i < c.numCurves(); ++i) {
+    size_t base = 0;  // perCV runs strand after strand
+    for (int i = 0; i < c.numCurves(); base += static_cast<size_t>(std::max(c.numCVs[i], 0)), ++i) {
         const int n = c.numCVs[i];
         if (n < 2) continue;
         const ZVector* p = c.cvs.data() + c.start[i];
@@ -104,7 +122,7 @@ void drawStrands(const ZFollicles& f, const ZCurves& c) {
             const float t = static_cast<float>(j) / static_cast<float>(n - 1);
             const ZVector tangent = (p[std::min(j + 1, n - 1)] - p[std::max(j - 1, 0)]).normalized(false);
             const ZVector side = tangent.cross(kEye - p[j]).normalized(false);
-            const float width = (1.f - t) * f.rwh[i] + t * f.twh[i];
+            const float width = perCV[base + static_cast<size_t>(j)];
             const float alpha = (1.f - t) * f.rop[i] + t * f.top[i];
             const float sinTL = std::sqrt(std::max(0.f, 1.f - tangent.dot(kLight) * tangent.dot(kLight)));
             const float shade = 0.35f + 0.65f * sinTL;
@@ -351,6 +369,62 @@ int main(int argc, char** argv) {
             return 1;
         }
         std::cout << "wrote " << path << "\n";
+    }
+
+    // The groom in USD: exported as curves, read back by usd-core, drawn from its points,
+    // counts and per-vertex widths (the doubled end points the export adds are skipped).
+    {
+        ZFollicles f = s.groom;
+        ZCurves c = s.curves;
+        layDown(f, c);
+        const std::string usdPath = outDir + "/.usd-readback";
+        ZCurvesToUSD x;
+        x.name = "gallery:hair";
+        x.basePath = usdPath;
+        x.follicles = &f;
+        x.curves = &c;
+        ZBoundingBox box = c.boundingBox(false, true);
+        x.boundingBox = &box;
+        x.exportRatio = 1.f;
+        x.writeAttributeToUSD(true);
+        x.writeGeometryToUSD(1.f, true, false);
+        const std::string file = usdPath + ".high_geom.usd", raw = usdPath + ".raw";
+        const std::string cmd = std::string("'") + GROOMCORE_PYTHON + "' '" + GROOMCORE_EXAMPLES_DIR +
+                                "/usd_readback.py' '" + file + "' '" + raw + "'";
+        if (std::system(cmd.c_str()) != 0) {
+            std::cerr << "usd-core could not read " << file << " back\n";
+            return 1;
+        }
+        std::ifstream in(raw, std::ios::binary);
+        ZIntArray counts;
+        ZVectorArray points;
+        ZFloatArray widths;
+        counts.read(in, true);
+        points.read(in, true);
+        widths.read(in, true);
+        std::filesystem::remove(file);
+        std::filesystem::remove(raw);
+        const int w = kPanel * kSuper;
+        drawPanel(s, f, c, 0, w, w);
+        clearPanel(w, w, w);
+        drawBody(s.body);
+        // Rebuild strands and their widths from the file's arrays, without the doubled ends.
+        ZCurves back;
+        ZFollicles look = f;
+        std::vector<float> perCV;
+        for (int i = 0, at = 0; i < counts.length(); at += counts[i++]) {
+            back.push(points.data() + at + 1, counts[i] - 2);
+            perCV.insert(perCV.end(), widths.begin() + at + 1, widths.begin() + at + counts[i] - 1);
+        }
+        drawStrandsWithWidths(look, back, perCV);
+        glFinish();
+        const std::string path = outDir + "/usd.png";
+        if (!examples::writePng(path, 2 * kPanel, kPanel, downsample(gl.readPixels(), 2 * kPanel, kPanel))) {
+            std::cerr << "cannot write " << path << "\n";
+            return 1;
+        }
+        std::cout << "wrote " << path << " (" << back.numCurves() << " curves, " << points.length()
+                  << " points read back by usd-core)\n";
     }
 
     // The feathered groom: fewer, longer strands, combed and bent, lean axes recomputed

@@ -153,6 +153,13 @@ int featherCurveStep(bool high, int strands, float ratio) {
     return sampleStep(strands < 100 ? 10.f : 100.f, ratio);
 }
 
+// How many of the strands a walk with step s takes for feather kind f.
+size_t copiesOf(const ZFollicles& f, int kind, int s) {
+    size_t copies = 0;
+    for (int i = 0; i < f.numStrands(); i += s) copies += f.rtp[i] == kind;
+    return copies;
+}
+
 // The feather kind a strand carries; a strand whose rtp names no feather carries none.
 const ZFeather* featherOf(const std::vector<ZFeather*>& feathers, int rtp) {
     return rtp >= 0 && static_cast<size_t>(rtp) < feathers.size() ? feathers[static_cast<size_t>(rtp)] : nullptr;
@@ -304,16 +311,21 @@ void ZCurvesToUSD::writeGeometryToCurve() {
 
     const ZCurves& c = *curves;
     const int n = c.numCurves(), s = curveStep(high, n, exportRatio), m = n / s;
-    VtVec3fArray points, normals;
-    normals.reserve(static_cast<size_t>(m));
+    // Sized once and filled in place: a frame of a million strands is hundreds of MB, and
+    // growing it element by element would copy it several times over.
+    size_t total = 0;
+    for (int i = 0, j = 0; j < m && i < n; i += s, ++j) total += c.numCVs[i] > 0 ? size_t(c.numCVs[i]) + 2 : 0;
+    VtVec3fArray points(total), normals(writeNormals ? static_cast<size_t>(m) : 0);
+    GfVec3f* out = points.data();
     for (int i = 0, j = 0; j < m && i < n; i += s, ++j) {
-        const int k = c.numCVs[i], f = c.start[i];
+        const int k = c.numCVs[i];
         if (k > 0) {
-            points.push_back(gf(c.cvs[f]));
-            for (int q = 0; q < k; ++q) points.push_back(gf(c.cvs[f + q]));
-            points.push_back(gf(c.cvs[f + k - 1]));
+            const ZVector* p = c.cvs.data() + c.start[i];
+            *out++ = gf(p[0]);
+            for (int q = 0; q < k; ++q) *out++ = gf(p[q]);
+            *out++ = gf(p[k - 1]);
         }
-        normals.push_back(gf(follicles->axs[i].zAxis));
+        if (writeNormals) normals[static_cast<size_t>(j)] = gf(follicles->axs[i].zAxis);
     }
     a.set(a.attr(prim, "extent", SdfValueTypeNames->Float3Array),
           VtVec3fArray{gf(boundingBox->minPoint), gf(boundingBox->maxPoint)});
@@ -336,7 +348,12 @@ void ZCurvesToUSD::writeAttributeToCurve() {
     VtIntArray counts;
     VtFloatArray widths, uids;
     VtVec2fArray st;
+    size_t total = 0;
+    for (int i = 0, j = 0; j < m && i < n; i += s, ++j) total += size_t(std::max(c.numCVs[i], 0)) + 2;
     counts.reserve(static_cast<size_t>(m));
+    uids.reserve(static_cast<size_t>(m));
+    st.reserve(static_cast<size_t>(m));
+    widths.reserve(total);
     for (int i = 0, j = 0; j < m && i < n; i += s, ++j) {
         const int k = c.numCVs[i];
         counts.push_back(k + 2);
@@ -391,6 +408,7 @@ void ZCurvesToUSD::writeGeometryToFeather() {
         SdfAttributeSpecHandle pointsAttr = a.attr(prim, "points", SdfValueTypeNames->Point3fArray);
         const int s = featherMeshStep(high, n, exportRatio);
         VtVec3fArray points;
+        if (meshHere) points.reserve(copiesOf(*follicles, static_cast<int>(fi), s) * feather.mesh.points.size());
         for (int i = 0; meshHere && i < n; i += s) {
             if (follicles->rtp[i] != static_cast<int>(fi)) continue;
             if (followStrand) {

@@ -1,0 +1,283 @@
+// USD export of an animated groom (default 1M strands x 16 CVs, 24 frames): the attribute
+// half once, then the geometry half per frame, into one file with a frame range and into
+// per-frame files, all in one run:
+//   - groomcore: ZCurvesToUSD, one frame per iteration;
+//   - floor: the same arrays written raw with plain stream calls;
+//   - peer: the same calls through usd-core's Usd/UsdGeom Python API
+//     (bench/usd_export_peer.py), timed inside the script around the USD calls.
+// Counters: bytes on disk, and for each frame the process's resident memory, so that the
+// growth over a long shot shows (rss_first, rss_last; time of the first and last frames).
+//
+//   bench_usd   GROOMCORE_BENCH_STRANDS / _CVS / _FRAMES override the groom size;
+//               GROOMCORE_BENCH_DIR the scratch directory (default: the temp dir).
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "common/AnimatedGroom.h"
+#include "usd/ZCurvesToUSD.h"
+
+using namespace Ulmex;
+namespace fs = std::filesystem;
+
+namespace {
+
+int envInt(const char* name, int fallback) {
+    const char* v = std::getenv(name);
+    return v && *v ? std::atoi(v) : fallback;
+}
+
+const int kStrands = envInt("GROOMCORE_BENCH_STRANDS", 1000000);
+const int kCVs = envInt("GROOMCORE_BENCH_CVS", 16);
+const int kFrames = envInt("GROOMCORE_BENCH_FRAMES", 24);
+
+examples::AnimatedGroom& groom() {
+    static std::unique_ptr<examples::AnimatedGroom> g;
+    if (!g) {
+        g = std::make_unique<examples::AnimatedGroom>(kStrands, kCVs);
+        g->follicles.setTipWidth(0.002f, 0.004f, true);
+        g->follicles.setRootWidth(0.01f, 0.02f, true);
+    }
+    return *g;
+}
+
+fs::path scratch() {
+    const char* dir = std::getenv("GROOMCORE_BENCH_DIR");
+    static const fs::path p = fs::path(dir && *dir ? dir : fs::temp_directory_path().string()) / "groomcore-bench-usd";
+    return p;
+}
+
+uint64_t bytesUnder(const fs::path& dir) {
+    uint64_t total = 0;
+    for (const auto& e : fs::recursive_directory_iterator(dir))
+        if (e.is_regular_file()) total += e.file_size();
+    return total;
+}
+
+// Resident and peak resident memory of this process, in MiB.
+double statusMiB(const char* key) {
+    std::ifstream in("/proc/self/status");
+    std::string line;
+    while (std::getline(in, line))
+        if (line.rfind(key, 0) == 0) return std::atof(line.c_str() + std::strlen(key)) / 1024.0;
+    return 0;
+}
+
+template <typename F>
+double seconds(F&& f) {
+    const auto t0 = std::chrono::steady_clock::now();
+    f();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+}
+
+// Every writer starts with nothing dirty waiting for write-back and (as root) an empty
+// page cache, so that none pays for the pages another left (see bench_cache.cpp).
+bool settle() {
+    ::sync();
+    std::ofstream drop("/proc/sys/vm/drop_caches");
+    return drop && (drop << "1").flush();
+}
+
+void setup(benchmark::State& state) {
+    state.counters["strands"] = kStrands;
+    state.counters["cvs"] = kCVs;
+    state.counters["frames"] = kFrames;
+}
+
+// ------------------------------------------------------------------ groomcore
+
+void exportShot(benchmark::State& state, bool perFrameFiles) {
+    setup(state);
+    examples::AnimatedGroom& g = groom();
+    const fs::path dir = scratch() / (perFrameFiles ? "perframe" : "onefile");
+    fs::remove_all(dir);
+    fs::create_directories(dir);
+    ZCurvesToUSD x;
+    x.name = "ns:hair";
+    x.basePath = (dir / "hair").string();
+    x.follicles = &g.follicles;
+    x.curves = &g.curves;
+    x.boundingBox = &g.box;
+    x.exportRatio = 1.f;
+    x.perFrameFiles = perFrameFiles;
+    x.hasFrameRange = !perFrameFiles;
+    x.startTime = 1.f;
+    x.endTime = static_cast<float>(kFrames);
+    g.setFrame(1.f);
+    state.counters["settled"] = settle();
+    state.counters["attribute_s"] = seconds([&] { x.writeAttributeToUSD(true); });
+    int frame = 0;
+    double first = 0, last = 0, rssFirst = 0;
+    for (auto _ : state) {
+        g.setFrame(static_cast<float>(++frame));
+        const double s = seconds([&] { x.writeGeometryToUSD(static_cast<float>(frame), true, false); });
+        state.SetIterationTime(s);
+        if (frame == 1) {
+            first = s;
+            rssFirst = statusMiB("VmRSS:");
+        }
+        last = s;
+    }
+    state.counters["first_frame_s"] = first;
+    state.counters["last_frame_s"] = last;
+    state.counters["rss_first_MiB"] = rssFirst;
+    state.counters["rss_last_MiB"] = statusMiB("VmRSS:");
+    state.counters["peak_MiB"] = statusMiB("VmHWM:");
+    state.counters["bytes"] = static_cast<double>(bytesUnder(dir));
+    x.stage.Reset();
+    fs::remove_all(dir);
+}
+
+void BM_Usd_OneFile_Groomcore(benchmark::State& state) { exportShot(state, false); }
+void BM_Usd_PerFrameFiles_Groomcore(benchmark::State& state) { exportShot(state, true); }
+
+// ------------------------------------------------------------------ floor
+
+// The arrays the export writes, raw: per frame the padded points and the extent; once the
+// counts, widths, uids and st. They are also what the peer reads.
+void BM_Usd_Floor(benchmark::State& state) {
+    setup(state);
+    examples::AnimatedGroom& g = groom();
+    const fs::path dir = scratch() / "raw";
+    fs::remove_all(dir);
+    fs::create_directories(dir);
+    const ZCurves& c = g.curves;
+    const ZFollicles& f = g.follicles;
+    const int n = c.numCurves();
+    {
+        std::vector<int> counts(static_cast<size_t>(n));
+        std::vector<float> widths, uids(static_cast<size_t>(n)), st(2 * static_cast<size_t>(n));
+        for (int i = 0; i < n; ++i) {
+            const int k = c.numCVs[i];
+            counts[i] = k + 2;
+            uids[i] = static_cast<float>(i);
+            st[2 * i] = f.uvw[i].x;
+            st[2 * i + 1] = f.uvw[i].y;
+            const float r = f.rwh[i], t = f.twh[i];
+            widths.push_back(r);
+            for (int q = 0; q < k; ++q)
+                widths.push_back(t + (r - t) * (1.f - static_cast<float>(q) / static_cast<float>(k - 1)));
+            widths.push_back(t);
+        }
+        std::ofstream out((dir / "attributes.raw").string(), std::ios::binary);
+        const int32_t sizes[4] = {n, static_cast<int32_t>(widths.size()), n, n};
+        out.write(reinterpret_cast<const char*>(sizes), sizeof sizes);
+        out.write(reinterpret_cast<const char*>(counts.data()), static_cast<std::streamsize>(counts.size() * 4));
+        out.write(reinterpret_cast<const char*>(widths.data()), static_cast<std::streamsize>(widths.size() * 4));
+        out.write(reinterpret_cast<const char*>(uids.data()), static_cast<std::streamsize>(uids.size() * 4));
+        out.write(reinterpret_cast<const char*>(st.data()), static_cast<std::streamsize>(st.size() * 4));
+    }
+    std::vector<ZVector> points;
+    state.counters["settled"] = settle();
+    int frame = 0;
+    for (auto _ : state) {
+        g.setFrame(static_cast<float>(++frame));
+        const std::string path = (dir / ("points." + std::to_string(frame) + ".raw")).string();
+        state.SetIterationTime(seconds([&] {
+            points.clear();
+            for (int i = 0; i < n; ++i) {
+                const ZVector* p = c.cvs.data() + c.start[i];
+                const int k = c.numCVs[i];
+                points.push_back(p[0]);
+                points.insert(points.end(), p, p + k);
+                points.push_back(p[k - 1]);
+            }
+            std::ofstream out(path, std::ios::binary);
+            const int32_t count = static_cast<int32_t>(points.size());
+            out.write(reinterpret_cast<const char*>(&count), 4);
+            out.write(reinterpret_cast<const char*>(points.data()), static_cast<std::streamsize>(points.size() * 12));
+            out.write(reinterpret_cast<const char*>(&g.box), 24);
+        }));
+    }
+    state.counters["bytes"] = static_cast<double>(bytesUnder(dir));
+}
+
+// ------------------------------------------------------------------ usd-core peer
+
+struct PeerResult {
+    bool ok = false;
+    double oneFile = 0, perFrame = 0, oneFirst = 0, oneLast = 0, peakMiB = 0, rssFirst = 0, rssLast = 0;
+    double bytesOne = 0, bytesPer = 0;
+};
+
+PeerResult& peer() {
+    static PeerResult r;
+    static bool ran = false;
+    if (ran) return r;
+    ran = true;
+    const std::string cmd = std::string("'") + GROOMCORE_PYTHON + "' '" + GROOMCORE_BENCH_SOURCE_DIR +
+                            "/usd_export_peer.py' '" + (scratch() / "raw").string() + "' " + std::to_string(kFrames) +
+                            " '" + (scratch() / "peer").string() + "'";
+    settle();
+    FILE* p = ::popen(cmd.c_str(), "r");
+    if (!p) return r;
+    std::string out;
+    char buf[512];
+    while (std::fgets(buf, sizeof buf, p)) out += buf;
+    if (::pclose(p) != 0) {
+        std::cerr << "peer failed: " << out << "\n";
+        return r;
+    }
+    auto number = [&](const char* key) {
+        const size_t at = out.find(std::string("\"") + key + "\": ");
+        return at == std::string::npos ? -1.0 : std::atof(out.c_str() + at + std::strlen(key) + 4);
+    };
+    r.oneFile = number("one_file_s_per_frame");
+    r.perFrame = number("per_frame_s_per_frame");
+    r.oneFirst = number("one_file_first_s");
+    r.oneLast = number("one_file_last_s");
+    r.rssFirst = number("rss_first_MiB");
+    r.rssLast = number("rss_last_MiB");
+    r.peakMiB = number("peak_MiB");
+    r.bytesOne = number("one_file_bytes");
+    r.bytesPer = number("per_frame_bytes");
+    r.ok = r.oneFile > 0 && r.perFrame > 0;
+    return r;
+}
+
+void BM_Usd_OneFile_Peer(benchmark::State& state) {
+    setup(state);
+    const PeerResult& r = peer();
+    if (!r.ok) state.SkipWithError("the usd-core peer did not run");
+    for (auto _ : state) state.SetIterationTime(r.oneFile);
+    state.counters["first_frame_s"] = r.oneFirst;
+    state.counters["last_frame_s"] = r.oneLast;
+    state.counters["rss_first_MiB"] = r.rssFirst;
+    state.counters["rss_last_MiB"] = r.rssLast;
+    state.counters["peak_MiB"] = r.peakMiB;
+    state.counters["bytes"] = r.bytesOne;
+}
+
+void BM_Usd_PerFrameFiles_Peer(benchmark::State& state) {
+    setup(state);
+    const PeerResult& r = peer();
+    if (!r.ok) state.SkipWithError("the usd-core peer did not run");
+    for (auto _ : state) state.SetIterationTime(r.perFrame);
+    state.counters["bytes"] = r.bytesPer;
+}
+
+void cleanup(benchmark::State& state) {
+    for (auto _ : state) {}
+    fs::remove_all(scratch());
+}
+
+} // namespace
+
+BENCHMARK(BM_Usd_OneFile_Groomcore)->Iterations(kFrames)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Usd_PerFrameFiles_Groomcore)->Iterations(kFrames)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Usd_Floor)->Iterations(kFrames)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Usd_OneFile_Peer)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Usd_PerFrameFiles_Peer)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(cleanup)->Iterations(1);
+
+BENCHMARK_MAIN();
