@@ -1,0 +1,69 @@
+// The exporter's file names and name handling, checked against the documented examples
+// (the layer contents are compared with usd-core in check_usd_export.py).
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "support/TestUtil.h"
+#include "usd/ZCurvesToUSD.h"
+
+using namespace Ulmex;
+
+TEST(UsdExport, NamespacesAndReset) {
+    ZCurvesToUSD x;
+    for (const auto& [in, out] : std::vector<std::pair<const char*, const char*>>{
+             {"hair", "hair"}, {"ns:hair", "hair"}, {"a:b:c", "b"}, {":hair", ":hair"} /* one piece after the split */, {"", ""}}) {
+        ZString name(in);
+        EXPECT_EQ(x.removeNamespace(name), out) << in;
+        EXPECT_EQ(name, in);  // the argument is left as it was
+    }
+    ZFollicles f;
+    ZCurves c;
+    ZBoundingBox b;
+    ZFeather feather;
+    x.follicles = &f;
+    x.curves = &c;
+    x.boundingBox = &b;
+    x.feathers = {&feather};
+    x.perFrameFiles = x.writeNormals = true;
+    x.reset();
+    EXPECT_TRUE(x.follicles == nullptr && x.curves == nullptr && x.boundingBox == nullptr);
+    EXPECT_EQ(x.feathers.size(), 1u);
+    EXPECT_TRUE(x.perFrameFiles && x.writeNormals);
+    EXPECT_EQ(x.suffix, ".usd");
+    EXPECT_EQ(x.kind, "geom");
+}
+
+TEST(UsdExport, PerFrameFileNames) {
+    testutil::TempDir tmp;
+    ZFollicles f;
+    f.reset();
+    ZCurves c;
+    ZBoundingBox box(ZVector(0, 0, 0), ZVector(1, 1, 1));
+    ZCurvesToUSD x;
+    x.name = "ns:hair";
+    x.basePath = tmp.file("hair");
+    x.follicles = &f;
+    x.curves = &c;
+    x.boundingBox = &box;
+    x.perFrameFiles = true;
+    x.writeAttributeToUSD(true);
+    const std::tuple<float, bool, bool> calls[] = {
+        {1001.f, true, false}, {12.f, false, false}, {12.5f, true, false}, {12.f, true, true},
+        {12.f, false, true},   {12.5f, false, false}, {12.6f, false, false}, {-2.5f, true, false}};
+    for (const auto& [t, high, sub] : calls) x.writeGeometryToUSD(t, high, sub);
+    EXPECT_EQ(x.name, "hair");
+    std::vector<std::string> names;
+    for (const auto& e : std::filesystem::directory_iterator(tmp.path())) names.push_back(e.path().filename());
+    std::sort(names.begin(), names.end());
+    // 12 low, 12.5 low and 12 low with subFrame share one name; 12.6 rounds to 13; a
+    // negative fraction counts as whole, and rounds half to even (-2.5 gives -002).
+    EXPECT_EQ(names, (std::vector<std::string>{"hair.high_geom.-002.usd", "hair.high_geom.0000.usd",
+                                               "hair.high_geom.1001.usd", "hair.high_geom.12.00.usd",
+                                               "hair.high_geom.12.50.usd", "hair.low_geom.0012.usd",
+                                               "hair.low_geom.0013.usd"}));
+    // The last call's layer is kept open, and holds the last time as its time codes.
+    ASSERT_TRUE(x.stage);
+    EXPECT_EQ(x.stage->GetStartTimeCode(), -2.5);
+    EXPECT_EQ(x.stage->GetDefaultPrim(), "hair");
+}
