@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/ZArray.h"
+#include "base/alembic/ZAlembic.h"
 #include "base/ZAxis.h"
 #include "base/ZBoundingBox.h"
 #include "base/ZCurves.h"

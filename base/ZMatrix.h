@@ -28,6 +28,20 @@ public:
         return r;
     }
 
+    // The determinant by cofactor expansion along the first row, every product and sum in
+    // single precision; returned as double (callers narrow it to float).
+    double det() const {
+        auto minor3 = [this](int c0, int c1, int c2) {
+            const float* m = data;
+            return m[4 + c0] * (m[8 + c1] * m[12 + c2] - m[8 + c2] * m[12 + c1]) -
+                   m[4 + c1] * (m[8 + c0] * m[12 + c2] - m[8 + c2] * m[12 + c0]) +
+                   m[4 + c2] * (m[8 + c0] * m[12 + c1] - m[8 + c1] * m[12 + c0]);
+        };
+        const float d = data[0] * minor3(1, 2, 3) - data[1] * minor3(0, 2, 3) + data[2] * minor3(0, 1, 3) -
+                        data[3] * minor3(0, 1, 2);
+        return static_cast<double>(d);
+    }
+
     // M * (p, 1): a point, translation included.
     ZVector transformPoint(const ZVector& p) const {
         return ZVector(data[0] * p.x + data[1] * p.y + data[2] * p.z + data[3],

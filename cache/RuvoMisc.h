@@ -32,3 +32,32 @@ bool readInfoData(const Ulmex::ZString& cacheDirectory, RuvoCacheInfo* info);
 // is missing; false with the curves already filled when `follicles` is missing.
 bool readStrandsData(const Ulmex::ZString& cacheDirectory, int frame, Ulmex::ZCurves* curves,
                      ZFollicles* follicles);
+
+// ------------------------------------------------------------------ body rebinding
+
+// Finds the one shape node (an object without children) in the Alembic file whose own
+// name holds `bodyName` anywhere (an empty name matches every shape). True with a copy in
+// `object`; false, with `object` untouched, when the file cannot be opened or none or
+// several shapes match.
+bool findBodyMeshShapeNode(const Ulmex::ZString& abcPath, const Ulmex::ZString& bodyName,
+                           Ulmex::ZAlembicObject* object);
+
+// Reads the body at sample int(frame + 0.5), reverses its polygons (ReverseConnections),
+// fan-triangulates them and places them by the world matrix; then for every strand of
+// `curves`: refIdx, the point index of its root triangle's corner farthest from the root
+// (axs origin; ties to the earlier corner); invRot, the inverse of the frame (tangent
+// towards that corner, binormal, triangle normal) as a general 4 x 4 inverse; and the CVs
+// made relative to the root, the root CV set to exactly zero. Trusts its input: tgl must
+// index the body's triangles. Runs the strands in parallel; the result does not depend on
+// the thread count.
+void setRefIdxAndInvRotAndCurves(double frame, const Ulmex::ZAlembicObject& object, const ZFollicles& follicles,
+                                 Ulmex::ZCurves* curves, Ulmex::ZIntArray* refIdx, Ulmex::ZMatrixArray* invRot);
+
+// Fan triangles (v0, v1+j, v2+j) of every polygon of three or more vertices; smaller
+// polygons add nothing but still advance through `connections`.
+Ulmex::ZInt3Array getv012(const Ulmex::ZIntArray& counts, const Ulmex::ZIntArray& connections);
+
+// The UVs of the same fan, three entries per triangle: (uvs[2u], uvs[2u + 1], 0) for the
+// corner's index u from `uvIndices`.
+Ulmex::ZVectorArray getuvs(const Ulmex::ZIntArray& counts, const Ulmex::ZFloatArray& uvs,
+                           const Ulmex::ZIntArray& uvIndices);

@@ -4,6 +4,8 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
+#include <vector>
 
 #include "base/UlmexBase.h"
 #include "strands/ZFollicles.h"
@@ -48,6 +50,21 @@ public:
     void deform(const ZFollicles& follicles, const Ulmex::ZCurves& curves, int strandIndex, float scale, float angle,
                 Ulmex::ZVectorArray* outMesh, Ulmex::ZVectorArray* outLattice, Ulmex::ZVectorArray* outCurves,
                 bool useStrandBend) const;
+    // Loads `mesh` from an Alembic file: every leaf below the archive's first top-level
+    // object O, each baked into one space by the transforms above it (read at sample 1;
+    // geometry at sample 0), joined in walk order and triangulated. O's own transform
+    // applies twice, once as the start of the walk and once when the walk enters O. A file
+    // that cannot be opened, or an O without children, leaves `mesh` as it was. Nothing
+    // else changes: call initialize() afterwards.
+    void setAlembic(Ulmex::ZString path);
+    // The walk of setAlembic: `matrix` is what the objects above have accumulated; a
+    // transform with a determinant of magnitude 1e-30 or less is skipped.
+    void DFS(Ulmex::ZAlembicObject object, std::map<Ulmex::ZString, bool> visited, Ulmex::ZMatrix matrix,
+             std::vector<Ulmex::ZPolyMesh>& meshes);
+    // The object's transform at sample 1 as T * Rz * Ry * Rx * S (a scale of exactly zero
+    // reads as 1), replacing what `matrix` held.
+    void getAlembicXformMatrix(Ulmex::ZAlembicObject object, Ulmex::ZMatrix& matrix);
+
     // As ZFeather::rotate.
     void rotate(const ZFollicles& follicles, const Ulmex::ZCurves& curves, int strandIndex, float scale, float angle,
                 Ulmex::ZVectorArray* outMesh, Ulmex::ZVectorArray* outLattice, Ulmex::ZVectorArray* outCurves) const;

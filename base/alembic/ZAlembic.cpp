@@ -1,0 +1,537 @@
+#include "base/alembic/ZAlembic.h"
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <unordered_set>
+
+#include "base/alembic/ZOgawa.h"
+
+namespace Ulmex {
+
+namespace alembic {
+
+// What an open archive shares with every object read from it.
+struct Archive {
+    std::shared_ptr<const ogawa::File> file;
+    std::vector<std::string> indexedMeta;  // entry 0 is the empty metadata
+    std::uint64_t topGroup = 0;
+};
+
+// Alembic's plain-old-data types, as the file numbers them.
+enum Pod { kBool, kU8, kI8, kU16, kI16, kU32, kI32, kU64, kI64, kF16, kF32, kF64, kString, kWString };
+
+int podBytes(int pod) {
+    static const int bytes[] = {1, 1, 1, 2, 2, 4, 4, 8, 8, 2, 4, 8};
+    return pod >= 0 && pod < 12 ? bytes[pod] : 0;
+}
+
+// A little-endian reader over one block of bytes that never reads past its end.
+struct Cursor {
+    const std::uint8_t* p;
+    std::uint64_t size, pos = 0;
+    bool ok = true;
+    bool has(std::uint64_t n) const { return ok && pos <= size && size - pos >= n; }
+    std::uint32_t u32(int bytes) {
+        if (!has(static_cast<std::uint64_t>(bytes))) { ok = false; return 0; }
+        std::uint32_t v = 0;
+        std::memcpy(&v, p + pos, static_cast<size_t>(bytes));  // little-endian host
+        pos += static_cast<std::uint64_t>(bytes);
+        return v;
+    }
+    std::string str(std::uint64_t n) {
+        if (!has(n)) { ok = false; return {}; }
+        std::string s(reinterpret_cast<const char*>(p + pos), static_cast<size_t>(n));
+        pos += n;
+        return s;
+    }
+};
+
+struct ObjectHeader {
+    std::string name, meta;
+};
+
+// The headers of an object's children: the last child of its group, less a 32-byte hash.
+std::vector<ObjectHeader> objectHeaders(const Archive& a, const ogawa::Group& g) {
+    std::vector<ObjectHeader> out;
+    if (g.numChildren() == 0 || !g.isData(g.numChildren() - 1)) return out;
+    const ogawa::Data d = g.data(g.numChildren() - 1);
+    if (d.size <= 32) return out;
+    Cursor c{d.ptr, d.size - 32};
+    while (c.ok && c.pos < c.size) {
+        ObjectHeader h;
+        const std::uint32_t nameSize = c.u32(4);
+        if (!c.ok || nameSize == 0) break;
+        h.name = c.str(nameSize);
+        const std::uint32_t metaIndex = c.u32(1);
+        if (!c.ok) break;
+        if (metaIndex == 0xff) {
+            h.meta = c.str(c.u32(4));
+        } else if (metaIndex < a.indexedMeta.size()) {
+            h.meta = a.indexedMeta[metaIndex];
+        } else {
+            break;
+        }
+        if (!c.ok) break;
+        // A child's group follows the properties group: there must be one for each header.
+        if (out.size() + 2 >= g.numChildren()) break;
+        out.push_back(std::move(h));
+    }
+    return out;
+}
+
+struct PropertyHeader {
+    int type = -1;  // 0 compound, 1 scalar, 2 array
+    int pod = -1, extent = 0;
+    std::uint32_t next = 0, first = 0, last = 0;
+    std::string name;
+};
+
+std::vector<PropertyHeader> propertyHeaders(const Archive& a, const ogawa::Group& g) {
+    std::vector<PropertyHeader> out;
+    if (g.numChildren() == 0 || !g.isData(g.numChildren() - 1)) return out;
+    const ogawa::Data d = g.data(g.numChildren() - 1);
+    Cursor c{d.ptr, d.size};
+    while (c.ok && c.pos < c.size) {
+        PropertyHeader h;
+        const std::uint32_t info = c.u32(4);
+        if (!c.ok) break;
+        const int hint = static_cast<int>((info & 0xc) >> 2);
+        const int width = hint == 0 ? 1 : hint == 1 ? 2 : hint == 2 ? 4 : 0;
+        if (width == 0) break;
+        const std::uint32_t ptype = info & 0x3;
+        h.type = ptype == 0 ? 0 : ptype == 1 ? 1 : 2;
+        if (h.type != 0) {
+            h.pod = static_cast<int>((info & 0xf0) >> 4);
+            h.extent = static_cast<int>((info & 0xff000) >> 12);
+            if (h.pod > kWString) break;
+            h.next = c.u32(width);
+            if (info & 0x200) {
+                h.first = c.u32(width);
+                h.last = c.u32(width);
+            } else if (info & 0x800) {
+                h.first = h.last = 0;
+            } else {
+                h.first = 1;
+                h.last = h.next - 1;
+            }
+            if (info & 0x100) c.u32(width);  // time sampling index: samples are read by index
+        }
+        const std::uint32_t nameSize = c.u32(width);
+        if (!c.ok || nameSize == 0) break;
+        h.name = c.str(nameSize);
+        const std::uint32_t metaIndex = (info & 0xff00000) >> 20;
+        if (metaIndex == 0xff) {
+            c.str(c.u32(width));
+        } else if (metaIndex >= a.indexedMeta.size()) {
+            break;
+        }
+        if (!c.ok) break;
+        if (out.size() + 1 >= g.numChildren()) break;  // one group per property
+        out.push_back(std::move(h));
+    }
+    return out;
+}
+
+struct Property {
+    ogawa::Group group;
+    PropertyHeader header;
+    bool valid = false;
+};
+
+Property findProperty(const Archive& a, const ogawa::Group& compound, const char* name) {
+    Property p;
+    const std::vector<PropertyHeader> headers = propertyHeaders(a, compound);
+    for (size_t i = 0; i < headers.size(); ++i)
+        if (headers[i].name == name) {
+            p.header = headers[i];
+            p.group = compound.group(i);
+            p.valid = true;
+            return p;
+        }
+    return p;
+}
+
+Property findPath(const Archive& a, const ogawa::Group& compound, std::initializer_list<const char*> path) {
+    Property p;
+    ogawa::Group g = compound;
+    for (const char* name : path) {
+        p = findProperty(a, g, name);
+        if (!p.valid) return p;
+        g = p.group;
+    }
+    return p;
+}
+
+// The position of a sample among the values stored, from its index: a repeated or
+// constant value is stored once. Past the last sample reads the last one.
+bool storedIndex(const PropertyHeader& h, int sample, std::uint64_t& index) {
+    if (h.next == 0) return false;
+    const std::uint32_t s = sample < 0 ? 0u : std::min(static_cast<std::uint32_t>(sample), h.next - 1);
+    if (s < h.first || (h.first == 0 && h.last == 0)) index = 0;
+    else if (s >= h.last) index = std::uint64_t(h.last) - h.first + 1;
+    else index = std::uint64_t(s) - h.first + 1;
+    return true;
+}
+
+// The values of an array sample: `count` elements of `pod` x `extent`, behind the 16-byte
+// key. Refused when the property is of another type.
+bool arrayValues(const Property& p, int sample, int pod, int extent, const std::uint8_t*& values,
+                 std::uint64_t& count) {
+    std::uint64_t idx;
+    if (!p.valid || p.header.type != 2 || p.header.pod != pod || p.header.extent != extent ||
+        !storedIndex(p.header, sample, idx))
+        return false;
+    const ogawa::Data d = p.group.data(2 * idx);
+    const std::uint64_t element = static_cast<std::uint64_t>(podBytes(pod)) * static_cast<std::uint64_t>(extent);
+    if (element == 0) return false;
+    if (d.size < 16) {
+        values = nullptr;
+        count = 0;
+        return d.size == 0;
+    }
+    count = (d.size - 16) / element;
+    if (count > static_cast<std::uint64_t>(INT_MAX)) return false;
+    values = d.ptr + 16;
+    return true;
+}
+
+bool scalarValues(const Property& p, int sample, int pod, const std::uint8_t*& values, int& extent) {
+    std::uint64_t idx;
+    if (!p.valid || p.header.type != 1 || p.header.pod != pod || !storedIndex(p.header, sample, idx)) return false;
+    const ogawa::Data d = p.group.data(idx);
+    extent = p.header.extent;
+    if (d.size != 16 + static_cast<std::uint64_t>(podBytes(pod)) * static_cast<std::uint64_t>(extent)) return false;
+    values = d.ptr + 16;
+    return true;
+}
+
+template <typename T>
+bool readArray(const Property& p, int sample, int pod, int extent, ZArray<T>& out) {
+    static_assert(std::is_trivially_copyable<T>::value, "raw element type needed");
+    const std::uint8_t* v = nullptr;
+    std::uint64_t count = 0;
+    if (!arrayValues(p, sample, pod, extent, v, count)) return false;
+    const std::uint64_t bytes = count * static_cast<std::uint64_t>(podBytes(pod) * extent);
+    out.resize(static_cast<size_t>(bytes / sizeof(T)));
+    if (!out.empty()) std::memcpy(out.data(), v, out.size() * sizeof(T));
+    return true;
+}
+
+std::string schemaOf(const std::string& meta) {
+    // "key=value;key=value"
+    size_t at = 0;
+    while (at < meta.size()) {
+        const size_t end = std::min(meta.find(';', at), meta.size());
+        const std::string kv = meta.substr(at, end - at);
+        if (kv.rfind("schema=", 0) == 0) return kv.substr(7);
+        at = end + 1;
+    }
+    return {};
+}
+
+ogawa::Group objectGroup(const Archive& a, std::uint64_t pos) { return ogawa::Group(*a.file, pos); }
+
+// ------------------------------------------------------------------------------- Xform
+
+struct Op {
+    int type;
+    double ch[16];
+    int n;
+};
+
+// The op stack of an object's ".xform" at `sample`; false when it has none.
+bool xformOps(const Archive& a, const ogawa::Group& objGroup, int sample, std::vector<Op>& ops, bool& inherits) {
+    inherits = true;
+    if (!objGroup.isGroup(0)) return false;
+    const Property xf = findProperty(a, objGroup.group(0), ".xform");
+    if (!xf.valid || xf.header.type != 0) return false;
+    const Property opsProp = findProperty(a, xf.group, ".ops");
+    const std::uint8_t* codes = nullptr;
+    int numOps = 0;
+    ops.clear();
+    if (opsProp.valid && scalarValues(opsProp, 0, kU8, codes, numOps)) {
+        for (int i = 0; i < numOps; ++i) {
+            const int type = codes[i] >> 4;
+            static const int channels[] = {3, 3, 4, 16, 1, 1, 1};
+            if (type > 6) break;
+            Op op{type, {0}, channels[type]};
+            if (type == 0) op.ch[0] = op.ch[1] = op.ch[2] = 1.0;
+            if (type == 3)
+                for (int k = 0; k < 4; ++k) op.ch[5 * k] = 1.0;
+            ops.push_back(op);
+        }
+    }
+    // The channel values of every op, in order, as one double array.
+    const Property vals = findProperty(a, xf.group, ".vals");
+    std::vector<double> v;
+    const std::uint8_t* raw = nullptr;
+    int extent = 0;
+    std::uint64_t count = 0;
+    if (scalarValues(vals, sample, kF64, raw, extent)) {
+        v.resize(static_cast<size_t>(extent));
+    } else if (vals.valid && vals.header.type == 2 && arrayValues(vals, sample, kF64, vals.header.extent, raw, count)) {
+        v.resize(static_cast<size_t>(count) * static_cast<size_t>(vals.header.extent));
+    }
+    if (!v.empty()) std::memcpy(v.data(), raw, v.size() * sizeof(double));
+    size_t at = 0;
+    for (Op& op : ops)
+        for (int k = 0; k < op.n && at < v.size(); ++k) op.ch[k] = v[at++];
+    const Property inh = findProperty(a, xf.group, ".inherits");
+    const std::uint8_t* flag = nullptr;
+    int one = 0;
+    if (scalarValues(inh, sample, kBool, flag, one) && one == 1) inherits = flag[0] != 0;
+    return true;
+}
+
+using M4 = std::array<double, 16>;  // rows, column vectors
+
+M4 identity4() { return {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}; }
+
+M4 mul(const M4& a, const M4& b) {
+    M4 r{};
+    for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 4; ++j) {
+            double s = 0;
+            for (int k = 0; k < 4; ++k) s += a[4 * i + k] * b[4 * k + j];
+            r[4 * i + j] = s;
+        }
+    return r;
+}
+
+M4 rotation(double x, double y, double z, double degrees) {
+    const double len = std::sqrt(x * x + y * y + z * z);
+    M4 r = identity4();
+    if (!(len > 0)) return r;
+    x /= len, y /= len, z /= len;
+    const double t = degrees * 0.017453292519943295, c = std::cos(t), s = std::sin(t), k = 1 - c;
+    r = {k * x * x + c,     k * x * y - s * z, k * x * z + s * y, 0, k * x * y + s * z, k * y * y + c,
+         k * y * z - s * x, 0,                 k * x * z - s * y, k * y * z + s * x, k * z * z + c, 0,
+         0,                 0,                 0,                 1};
+    return r;
+}
+
+// Alembic composes the ops of a stack as ret = op * ret on row vectors: for column vectors
+// the first op stands leftmost, so a stack translate, rotateZ, rotateY, rotateX, scale is
+// T Rz Ry Rx S.
+M4 localMatrix(const std::vector<Op>& ops) {
+    M4 m = identity4();
+    for (const Op& op : ops) {
+        M4 o = identity4();
+        switch (op.type) {
+        case 0: o[0] = op.ch[0], o[5] = op.ch[1], o[10] = op.ch[2]; break;
+        case 1: o[3] = op.ch[0], o[7] = op.ch[1], o[11] = op.ch[2]; break;
+        case 2: o = rotation(op.ch[0], op.ch[1], op.ch[2], op.ch[3]); break;
+        case 3:  // stored for row vectors: transpose
+            for (int i = 0; i < 4; ++i)
+                for (int j = 0; j < 4; ++j) o[4 * j + i] = op.ch[4 * i + j];
+            break;
+        case 4: o = rotation(1, 0, 0, op.ch[0]); break;
+        case 5: o = rotation(0, 1, 0, op.ch[0]); break;
+        case 6: o = rotation(0, 0, 1, op.ch[0]); break;
+        }
+        m = mul(m, o);
+    }
+    return m;
+}
+
+} // namespace alembic
+
+using namespace alembic;
+
+// --------------------------------------------------------------------------- archive
+
+bool ZAlembicArchive::open(const char* path) {
+    close();
+    auto file = ogawa::File::open(path);
+    if (!file) return false;
+    // The archive group: version, file version, the top object, archive metadata, time
+    // samplings, indexed metadata.
+    const ogawa::Group root(*file, file->rootGroup());
+    if (root.numChildren() < 6 || !root.isData(0) || !root.isData(1) || !root.isGroup(2) || !root.isData(3) ||
+        !root.isData(4) || !root.isData(5))
+        return false;
+    const ogawa::Data version = root.data(0);
+    if (version.size != 4) return false;
+    auto a = std::make_shared<Archive>();
+    a->file = file;
+    a->topGroup = root.group(2).position();
+    a->indexedMeta.emplace_back();
+    const ogawa::Data meta = root.data(5);
+    Cursor c{meta.ptr, meta.size};
+    while (c.ok && c.pos < c.size && a->indexedMeta.size() < 256) {
+        std::string m = c.str(c.u32(1));
+        if (c.ok) a->indexedMeta.push_back(std::move(m));
+    }
+    _archive = a;
+    return true;
+}
+
+void ZAlembicArchive::close() { _archive.reset(); }
+
+ZAlembicObject ZAlembicArchive::topObject() const {
+    ZAlembicObject o;
+    if (!_archive) return o;
+    o._archive = _archive;
+    o._group = _archive->topGroup;
+    o._name = "ABC";
+    o._path = "/";
+    return o;
+}
+
+// ---------------------------------------------------------------------------- object
+
+ZString ZAlembicObject::name() const { return _name; }
+ZString ZAlembicObject::fullPath() const { return _path; }
+ZString ZAlembicObject::schema() const { return schemaOf(_meta); }
+
+std::vector<ZAlembicObject> ZAlembicObject::children() const {
+    std::vector<ZAlembicObject> out;
+    if (!_archive || _ancestors.size() + 1 >= static_cast<size_t>(kMaxDepth)) return out;
+    const ogawa::Group g = objectGroup(*_archive, _group);
+    const std::vector<ObjectHeader> headers = objectHeaders(*_archive, g);
+    out.reserve(headers.size());
+    for (size_t i = 0; i < headers.size(); ++i) {
+        const ogawa::Group cg = g.group(static_cast<std::uint64_t>(i) + 1);
+        // A child whose group is this object's or an ancestor's would make the tree a loop:
+        // it ends the list there.
+        if (cg.position() == _group ||
+            std::find(_ancestors.begin(), _ancestors.end(), cg.position()) != _ancestors.end())
+            break;
+        ZAlembicObject c;
+        c._archive = _archive;
+        c._group = cg.position();
+        c._name = headers[i].name;
+        c._path = (_path == "/" ? ZString("") : _path) + "/" + c._name;
+        c._meta = headers[i].meta;
+        c._ancestors = _ancestors;
+        c._ancestors.push_back(_group);
+        out.push_back(std::move(c));
+    }
+    return out;
+}
+
+int ZAlembicObject::numChildren() const { return static_cast<int>(children().size()); }
+
+bool ZAlembicObject::getChild(int index, ZAlembicObject& child) const {
+    std::vector<ZAlembicObject> all = children();
+    if (index < 0 || static_cast<size_t>(index) >= all.size()) return false;
+    child = std::move(all[static_cast<size_t>(index)]);
+    return true;
+}
+
+bool ZAlembicObject::getTransformations(ZVector& translate, ZVector& rotateDegrees, ZVector& scale, int sample) const {
+    if (!_archive) return false;
+    std::vector<Op> ops;
+    bool inherits;
+    if (!xformOps(*_archive, objectGroup(*_archive, _group), sample, ops, inherits)) return false;
+    ZVector t(0, 0, 0), r(0, 0, 0), s(1, 1, 1);
+    bool haveT = false, haveS = false, haveR[3] = {false, false, false};
+    for (const Op& op : ops) {
+        if (op.type == 1 && !haveT) t = ZVector(float(op.ch[0]), float(op.ch[1]), float(op.ch[2])), haveT = true;
+        if (op.type == 0 && !haveS) s = ZVector(float(op.ch[0]), float(op.ch[1]), float(op.ch[2])), haveS = true;
+        if (op.type >= 4 && !haveR[op.type - 4]) {
+            (op.type == 4 ? r.x : op.type == 5 ? r.y : r.z) = float(op.ch[0]);
+            haveR[op.type - 4] = true;
+        }
+    }
+    translate = t;
+    rotateDegrees = r;
+    scale = s;
+    return true;
+}
+
+bool ZAlembicObject::getPolyMeshData(ZVectorArray* points, ZVectorArray* velocities, ZIntArray* counts,
+                                     ZIntArray* connections, ZBoundingBox* box, ZMatrix* worldMatrix, ZFloatArray* uvs,
+                                     ZIntArray* uvIndices, int sample) const {
+    if (!_archive || schema() != "AbcGeom_PolyMesh_v1") return false;
+    const Archive& a = *_archive;
+    const ogawa::Group g = objectGroup(a, _group);
+    const ogawa::Group props = g.isGroup(0) ? g.group(0) : ogawa::Group();
+    const Property geom = findProperty(a, props, ".geom");
+    const ogawa::Group gg = geom.valid && geom.header.type == 0 ? geom.group : ogawa::Group();
+    if (points && !readArray(findProperty(a, gg, "P"), sample, kF32, 3, *points)) points->clear();
+    if (velocities && !readArray(findProperty(a, gg, ".velocities"), sample, kF32, 3, *velocities)) velocities->clear();
+    if (counts && !readArray(findProperty(a, gg, ".faceCounts"), sample, kI32, 1, *counts)) counts->clear();
+    if (connections && !readArray(findProperty(a, gg, ".faceIndices"), sample, kI32, 1, *connections))
+        connections->clear();
+    if (box) {
+        const std::uint8_t* raw = nullptr;
+        int extent = 0;
+        double b[6];
+        if (scalarValues(findProperty(a, gg, ".selfBnds"), sample, kF64, raw, extent) && extent == 6) {
+            std::memcpy(b, raw, sizeof b);
+            box->minPoint = ZVector(float(b[0]), float(b[1]), float(b[2]));
+            box->maxPoint = ZVector(float(b[3]), float(b[4]), float(b[5]));
+        } else {
+            box->reset();
+        }
+    }
+    if (uvs || uvIndices) {
+        ZFloatArray values;
+        ZIntArray indices;
+        const Property uv = findProperty(a, gg, "uv");
+        if (uv.valid && uv.header.type == 2) {
+            if (readArray(uv, sample, kF32, 2, values)) {
+                indices.resize(values.size() / 2);
+                for (size_t i = 0; i < indices.size(); ++i) indices[i] = static_cast<int>(i);
+            }
+        } else if (uv.valid && uv.header.type == 0) {
+            ZArray<std::uint32_t> idx;
+            if (readArray(findProperty(a, uv.group, ".vals"), sample, kF32, 2, values) &&
+                readArray(findProperty(a, uv.group, ".indices"), sample, kU32, 1, idx)) {
+                indices.resize(idx.size());
+                for (size_t i = 0; i < idx.size(); ++i) indices[i] = static_cast<int>(std::min<std::uint32_t>(idx[i], INT_MAX));
+            } else {
+                values.clear();
+            }
+        }
+        if (uvs) *uvs = std::move(values);
+        if (uvIndices) *uvIndices = std::move(indices);
+    }
+    if (worldMatrix) {
+        M4 w = identity4();
+        std::vector<Op> ops;
+        bool inherits;
+        for (std::uint64_t pos : _ancestors) {
+            if (!xformOps(a, objectGroup(a, pos), sample, ops, inherits)) continue;
+            w = inherits ? mul(w, localMatrix(ops)) : localMatrix(ops);
+        }
+        for (int i = 0; i < 16; ++i) worldMatrix->data[i] = static_cast<float>(w[static_cast<size_t>(i)]);
+    }
+    return true;
+}
+
+// --------------------------------------------------------------------- free functions
+
+void ReverseConnections(const ZIntArray& counts, ZIntArray& connections) {
+    size_t at = 0;
+    for (int m : counts) {
+        if (m < 0 || static_cast<size_t>(m) > connections.size() - at) return;
+        if (m > 2) std::reverse(connections.begin() + static_cast<std::ptrdiff_t>(at + 1),
+                                connections.begin() + static_cast<std::ptrdiff_t>(at + static_cast<size_t>(m)));
+        at += static_cast<size_t>(m);
+    }
+}
+
+void GetAllDescendantObjects(const ZAlembicObject& object, ZAlembicObjectArray& objects, bool leavesOnly) {
+    objects.clear();
+    // Depth first with an explicit stack (parents before children, children in order), so
+    // that no file can exhaust the call stack. Each group is entered once: a file whose
+    // entries share groups cannot multiply the walk.
+    std::vector<ZAlembicObject> stack = object.children();
+    std::reverse(stack.begin(), stack.end());
+    std::unordered_set<std::uint64_t> seen;
+    while (!stack.empty()) {
+        ZAlembicObject o = std::move(stack.back());
+        stack.pop_back();
+        if (o._group != 0 && !seen.insert(o._group).second) continue;
+        std::vector<ZAlembicObject> kids = o.children();
+        if (!leavesOnly || kids.empty()) objects.push_back(o);
+        for (auto it = kids.rbegin(); it != kids.rend(); ++it) stack.push_back(std::move(*it));
+    }
+}
+
+} // namespace Ulmex

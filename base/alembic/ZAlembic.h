@@ -1,0 +1,122 @@
+// The base library's own Alembic reader: Ogawa archives (every current Alembic file; an
+// HDF5 archive is recognised and refused), the object hierarchy, and the samples of the
+// two schemas the system reads, Xform and PolyMesh. Read-only and memory-mapped.
+//
+// Conventions:
+// - A sample index past the last sample reads the last one, per property, as Alembic's own
+//   index selectors do (and a negative one the first); a constant property has one sample.
+// - Nothing here throws or prints. A corrupt file reads as fewer objects, properties or
+//   values, never as a read outside the file, and never loops.
+// - Objects keep the file mapped: a copy stays usable after its archive is closed.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/ZArray.h"
+#include "base/ZBoundingBox.h"
+#include "base/ZMatrix.h"
+#include "base/ZString.h"
+#include "base/ZVector.h"
+
+namespace Ulmex {
+
+namespace alembic {
+struct Archive;
+} // namespace alembic
+
+class ZAlembicObject;
+class ZAlembicObjectArray;
+void GetAllDescendantObjects(const ZAlembicObject& object, ZAlembicObjectArray& objects, bool leavesOnly);
+
+class ZAlembicObject {
+public:
+    ZAlembicObject() = default;
+
+    // Its own name, and Alembic's full name ("/body/bodyShape"); the top object is "ABC"
+    // and "/".
+    ZString name() const;
+    ZString fullPath() const;
+    bool isLeaf() const { return numChildren() == 0; }
+    int numChildren() const;
+    // False, leaving `child` alone, for an index out of range.
+    bool getChild(int index, ZAlembicObject& child) const;
+
+    // Reads an Xform at `sample`: translate, rotation in degrees about x, y and z, and
+    // scale, each taken from the channels of its op of that type (a missing op gives 0, 0
+    // and 1). False, with the outputs untouched, for an object that is not a transform.
+    bool getTransformations(ZVector& translate, ZVector& rotateDegrees, ZVector& scale, int sample) const;
+
+    // Reads a PolyMesh at `sample`; any pointer may be null. points and velocities (empty
+    // without any), the face vertex counts and indices in the file's order, the self
+    // bounds, the world matrix (the product of the transforms above the object at that
+    // sample, parent times child, translation in the last column), and the UVs: indexed UVs
+    // give the stored values and indices, plain UVs their per-corner values with the
+    // indices 0, 1, 2, ...; uvs holds two floats per value. False, with the outputs
+    // untouched, for an object that is not a polygon mesh.
+    bool getPolyMeshData(ZVectorArray* points, ZVectorArray* velocities, ZIntArray* counts, ZIntArray* connections,
+                         ZBoundingBox* box, ZMatrix* worldMatrix, ZFloatArray* uvs, ZIntArray* uvIndices,
+                         int sample) const;
+
+    // The schema named in the object's metadata ("AbcGeom_PolyMesh_v1", ...); empty if none.
+    ZString schema() const;
+
+    // Deepest nesting read: objects further down are not reached (real scenes stay far
+    // below; a hostile file nested deeper cannot make a reader's memory grow with the
+    // square of its depth).
+    static constexpr int kMaxDepth = 1024;
+
+private:
+    friend class ZAlembicArchive;
+    friend void GetAllDescendantObjects(const ZAlembicObject&, ZAlembicObjectArray&, bool);
+    // Every child, with its name and metadata read once.
+    std::vector<ZAlembicObject> children() const;
+    std::shared_ptr<const alembic::Archive> _archive;
+    std::uint64_t _group = 0;
+    ZString _name, _path;
+    std::string _meta;
+    // The group positions of the objects above this one, from the top down: the
+    // transforms of the world matrix, and a guard against files whose groups loop.
+    std::vector<std::uint64_t> _ancestors;
+};
+
+class ZAlembicArchive {
+public:
+    // False when the file cannot be opened or is not an Ogawa Alembic archive (an HDF5
+    // archive included). Closes what was open before.
+    bool open(const char* path);
+    void close();
+    bool isOpen() const { return static_cast<bool>(_archive); }
+    // The root object, "/"; an empty object when nothing is open.
+    ZAlembicObject topObject() const;
+
+private:
+    std::shared_ptr<const alembic::Archive> _archive;
+};
+
+class ZAlembicObjectArray {
+public:
+    int length() const { return static_cast<int>(_objects.size()); }
+    ZAlembicObject& operator[](int i) { return _objects[static_cast<size_t>(i)]; }
+    const ZAlembicObject& operator[](int i) const { return _objects[static_cast<size_t>(i)]; }
+    void clear() { _objects.clear(); }
+    void push_back(const ZAlembicObject& o) { _objects.push_back(o); }
+
+private:
+    std::vector<ZAlembicObject> _objects;
+};
+
+// Reverses the vertex order of each polygon in place, keeping its first vertex first:
+// (v0, v1, ..., vm-1) becomes (v0, vm-1, ..., v1). A fan around the first vertex then gives
+// the same triangles as before, each with the opposite winding and in reverse order, so a
+// quad is still split along the diagonal from its first vertex. Polygons running past the
+// end of `connections` are left as they are.
+void ReverseConnections(const ZIntArray& counts, ZIntArray& connections);
+
+// Replaces `objects` with the objects below `object`, depth first, parents before their
+// children; with `leavesOnly`, only the objects without children (the shape nodes).
+void GetAllDescendantObjects(const ZAlembicObject& object, ZAlembicObjectArray& objects, bool leavesOnly);
+
+} // namespace Ulmex

@@ -1,0 +1,94 @@
+#include "base/alembic/ZOgawa.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+
+namespace Ulmex {
+namespace ogawa {
+
+namespace {
+// The top bit of a child offset marks data; without it the child is a group.
+constexpr std::uint64_t kDataBit = 0x8000000000000000ULL;
+// "Ogawa", a frozen flag, a two-byte version, then the root group's offset.
+constexpr std::uint64_t kHeaderSize = 16;
+} // namespace
+
+std::shared_ptr<const File> File::open(const char* path, bool* isHdf5) {
+    if (isHdf5) *isHdf5 = false;
+    if (!path) return nullptr;
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return nullptr;
+    struct stat st;
+    if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size < static_cast<off_t>(kHeaderSize)) {
+        ::close(fd);
+        return nullptr;
+    }
+    void* m = ::mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
+    ::close(fd);
+    if (m == MAP_FAILED) return nullptr;
+    std::shared_ptr<File> f(new File());
+    f->_bytes = static_cast<const std::uint8_t*>(m);
+    f->_size = static_cast<std::uint64_t>(st.st_size);
+    static const unsigned char hdf5[8] = {0x89, 'H', 'D', 'F', '\r', '\n', 0x1a, '\n'};
+    if (std::memcmp(f->_bytes, hdf5, 8) == 0) {
+        if (isHdf5) *isHdf5 = true;
+        return nullptr;
+    }
+    if (std::memcmp(f->_bytes, "Ogawa", 5) != 0) return nullptr;
+    return f;
+}
+
+File::~File() {
+    if (_bytes) ::munmap(const_cast<std::uint8_t*>(_bytes), static_cast<size_t>(_size));
+}
+
+std::uint64_t File::u64(std::uint64_t pos) const {
+    if (pos > _size || _size - pos < 8) return 0;
+    std::uint64_t v;
+    std::memcpy(&v, _bytes + pos, 8);
+    return v;
+}
+
+std::uint64_t File::rootGroup() const { return u64(8); }
+
+Group::Group(const File& file, std::uint64_t pos) : _file(&file), _pos(pos) {
+    if (pos < kHeaderSize || pos >= file.size()) return;  // the empty group, or nowhere
+    const std::uint64_t count = file.u64(pos);
+    // A group cannot list more children than the bytes behind its count can hold.
+    if (count == 0 || count > (file.size() - pos - 8) / 8) return;
+    _count = count;
+}
+
+std::uint64_t Group::child(std::uint64_t i) const {
+    return i < _count ? _file->u64(_pos + 8 + 8 * i) : 0;
+}
+
+bool Group::isGroup(std::uint64_t i) const { return i < _count && (child(i) & kDataBit) == 0; }
+bool Group::isData(std::uint64_t i) const { return i < _count && (child(i) & kDataBit) != 0; }
+
+Group Group::group(std::uint64_t i) const {
+    if (!isGroup(i)) return Group();
+    const std::uint64_t pos = child(i);
+    // A group that names itself as its child would be read for ever.
+    if (pos == _pos) return Group();
+    return Group(*_file, pos);
+}
+
+Data Group::data(std::uint64_t i) const {
+    Data d;
+    if (!isData(i)) return d;
+    const std::uint64_t pos = child(i) & ~kDataBit;
+    if (pos == 0 || pos >= _file->size()) return d;  // empty data
+    const std::uint64_t size = _file->u64(pos);
+    if (_file->size() - pos < 8 || size > _file->size() - pos - 8) return d;
+    d.ptr = _file->bytes() + pos + 8;
+    d.size = size;
+    return d;
+}
+
+} // namespace ogawa
+} // namespace Ulmex

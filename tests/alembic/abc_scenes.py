@@ -1,0 +1,179 @@
+"""Alembic scenes written with the real Alembic library (alembic3d, Ogawa), for the tests of
+groomcore's own reader:
+
+    abc_scenes.py OUT_DIR     writes scene.abc, body.abc, leaf.abc and lonely.abc there
+
+scene.abc: nested transforms with rotations and scales (a zero scale, a singular one, a
+mirror), several samples on some properties and one on others, meshes of triangles, quads
+and an n-gon, indexed and plain UVs, velocities, names that share a substring.
+body.abc: a body mesh under an animated transform, for rebinding strands to it.
+leaf.abc: a source: two leaf meshes under groups with their own transforms.
+lonely.abc: a single mesh as the first top-level object.
+"""
+import os
+import sys
+
+import imath
+from alembic3d import Abc, AbcCoreAbstract, AbcGeom
+
+FPS = 24.0
+
+
+def v3f(points):
+    a = imath.V3fArray(len(points))
+    for i, p in enumerate(points):
+        a[i] = imath.V3f(*p)
+    return a
+
+
+def ints(values):
+    a = imath.IntArray(len(values))
+    for i, v in enumerate(values):
+        a[i] = int(v)
+    return a
+
+
+def uints(values):
+    a = imath.UnsignedIntArray(len(values))
+    for i, v in enumerate(values):
+        a[i] = int(v)
+    return a
+
+
+def v2f(values):
+    a = imath.V2fArray(len(values))
+    for i, v in enumerate(values):
+        a[i] = imath.V2f(*v)
+    return a
+
+
+def op(kind, *channels):
+    o = AbcGeom.XformOp(kind, 0)
+    for i, c in enumerate(channels):
+        o.setChannelValue(i, c)
+    return o
+
+
+def xform(parent, name, tsi, samples):
+    """samples: one list of ops per sample."""
+    x = AbcGeom.OXform(parent, name, tsi)
+    for ops in samples:
+        s = AbcGeom.XformSample()
+        for o in ops:
+            s.addOp(o)
+        x.getSchema().set(s)
+    return x
+
+
+def trs(t, r, s):
+    """The stack translate, rotateZ, rotateY, rotateX, scale."""
+    T, RX, RY, RZ, S = (AbcGeom.XformOperationType.kTranslateOperation, AbcGeom.XformOperationType.kRotateXOperation,
+                        AbcGeom.XformOperationType.kRotateYOperation, AbcGeom.XformOperationType.kRotateZOperation,
+                        AbcGeom.XformOperationType.kScaleOperation)
+    return [op(T, *t), op(RZ, r[2]), op(RY, r[1]), op(RX, r[0]), op(S, *s)]
+
+
+def mesh(parent, name, tsi, frames, counts, indices, uvs=None, uv_indices=None, velocities=None):
+    m = AbcGeom.OPolyMesh(parent, name, tsi)
+    for k, pts in enumerate(frames):
+        if uvs is not None and uv_indices is not None:
+            uv = AbcGeom.OV2fGeomParamSample(v2f(uvs), uints(uv_indices), AbcGeom.GeometryScope.kFacevaryingScope)
+        elif uvs is not None:
+            uv = AbcGeom.OV2fGeomParamSample(v2f(uvs), AbcGeom.GeometryScope.kFacevaryingScope)
+        else:
+            uv = AbcGeom.OV2fGeomParamSample()
+        sample = AbcGeom.OPolyMeshSchemaSample(v3f(pts), ints(indices), ints(counts), uv)
+        if velocities is not None:
+            sample.setVelocities(v3f(velocities))
+        m.getSchema().set(sample)
+    return m
+
+
+def write_scene(path):
+    archive = Abc.OArchive(path)
+    top = archive.getTop()
+    tsi = archive.addTimeSampling(AbcCoreAbstract.TimeSampling(1.0 / FPS, 1.0 / FPS))
+    keep = []
+    root = xform(top, "root", tsi, [trs((1, 2, 3), (10, 20, 30), (2, 3, 4)), trs((1.5, 2, 3), (10, 20, 30), (2, 3, 4))])
+    body_xf = xform(root, "bodyXf", tsi, [trs((0, k, 0), (0, 0, 15 * k), (1, 1, 1)) for k in range(3)])
+    # Two triangles, a quad and a pentagon; indexed UVs shared between corners.
+    pts = [(0, 0, 0), (1, 0, 0), (1, 1, 0), (0, 1, 0), (2, 0, 0), (2, 1, 0), (3, 0.5, 0), (2.5, 2, 0), (1.5, 2, 0)]
+    counts = [3, 3, 4, 5]
+    indices = [0, 1, 2, 0, 2, 3, 1, 4, 5, 2, 4, 6, 7, 8, 5]
+    uvs = [(0, 0), (1, 0), (1, 1), (0, 1), (0.5, 0.5), (0.25, 0.75)]
+    uv_idx = [0, 1, 2, 0, 2, 3, 1, 4, 5, 2, 4, 0, 1, 3, 5]
+    frames = [[(x, y, z + 0.25 * k) for (x, y, z) in pts] for k in range(3)]
+    keep.append(mesh(body_xf, "bodyShape", tsi, frames, counts, indices, uvs, uv_idx))
+    zero = xform(root, "zeroScale", tsi, [[op(AbcGeom.XformOperationType.kTranslateOperation, 5, 0, 0),
+                                           op(AbcGeom.XformOperationType.kScaleOperation, 0, 0, 0)]])
+    quad = [(0, 0, 0), (1, 0, 0), (1, 1, 0), (0, 1, 0)]
+    keep.append(mesh(zero, "zeroShape", tsi, [quad], [4], [0, 1, 2, 3],
+                     uvs=[(0, 0), (1, 0), (1, 1), (0, 1)]))
+    singular = xform(root, "singular", tsi, [trs((0, 0, 7), (0, 0, 0), (0, 1, 1))])
+    keep.append(mesh(singular, "singularShape", tsi, [quad[:3]], [3], [0, 1, 2]))
+    mirror = xform(root, "mirror", tsi, [trs((0, -2, 0), (90, 0, 0), (-1, 1, 1))])
+    keep.append(mesh(mirror, "mirrorShape", tsi, [quad, [(x, y, 1) for x, y, _ in quad]], [4], [0, 1, 2, 3],
+                     velocities=[(0, 0, 1)] * 4))
+    arm = xform(root, "armBody", tsi, [[]])
+    second = xform(top, "second", tsi, [trs((0, 0, 0), (0, 45, 0), (1, 1, 1))])
+    keep.append(mesh(second, "secondShape", tsi, [quad], [4], [0, 1, 2, 3]))
+    keep += [root, body_xf, zero, singular, mirror, arm, second, top, archive]
+    del keep
+
+
+def write_body(path):
+    """A body for rebinding: a 3 x 3 grid of quads under an animated transform."""
+    archive = Abc.OArchive(path)
+    top = archive.getTop()
+    tsi = archive.addTimeSampling(AbcCoreAbstract.TimeSampling(1.0 / FPS, 1.0 / FPS))
+    body = xform(top, "character", tsi, [trs((0, 0, k), (0, 0, 0), (1, 1, 1)) for k in range(3)])
+    pts, counts, indices, uvs, uv_idx = [], [], [], [], []
+    for j in range(4):
+        for i in range(4):
+            pts.append((float(i), float(j), 0.1 * i * j))
+            uvs.append((i / 3.0, j / 3.0))
+    for j in range(3):
+        for i in range(3):
+            a = 4 * j + i
+            counts.append(4)
+            quad = [a, a + 4, a + 5, a + 1]  # clockwise seen from +z, as Alembic stores faces
+            indices += quad
+            uv_idx += quad
+    frames = [[(x, y, z + 0.5 * k) for (x, y, z) in pts] for k in range(3)]
+    shape = mesh(body, "characterBodyShape", tsi, frames, counts, indices, uvs, uv_idx)
+    prop = xform(top, "prop", tsi, [[]])
+    del shape, body, prop, top, archive
+
+
+def write_leaf(path):
+    """A source: leaves under groups, the first top-level object translated."""
+    archive = Abc.OArchive(path)
+    top = archive.getTop()
+    tsi = archive.addTimeSampling(AbcCoreAbstract.TimeSampling(1.0 / FPS, 1.0 / FPS))
+    grp = xform(top, "leafGroup", tsi, [trs((1, 0, 0), (0, 0, 0), (1, 1, 1))] * 2)
+    a = xform(grp, "bladeA", tsi, [trs((0, 2, 0), (0, 0, 90), (2, 2, 2))] * 2)
+    tri = [(0, 0, 0), (1, 0, 0), (0, 1, 0)]
+    sa = mesh(a, "bladeAShape", tsi, [tri], [3], [0, 1, 2])
+    b = xform(grp, "bladeB", tsi, [trs((0, 0, 3), (0, 0, 0), (0, 0, 0))] * 2)
+    sb = mesh(b, "bladeBShape", tsi, [[(0, 0, 0), (1, 0, 0), (1, 1, 0), (0, 1, 0)]], [4], [0, 1, 2, 3])
+    other = xform(top, "ignored", tsi, [[]])
+    so = mesh(other, "ignoredShape", tsi, [tri], [3], [0, 1, 2])
+    del sa, sb, so, a, b, grp, other, top, archive
+
+
+def write_lonely(path):
+    """A first top-level object that is itself a mesh, with no children."""
+    archive = Abc.OArchive(path)
+    top = archive.getTop()
+    tsi = archive.addTimeSampling(AbcCoreAbstract.TimeSampling(1.0 / FPS, 1.0 / FPS))
+    m = mesh(top, "lonelyShape", tsi, [[(0, 0, 0), (1, 0, 0), (0, 1, 0)]], [3], [0, 1, 2])
+    del m, top, archive
+
+
+if __name__ == "__main__":
+    out = sys.argv[1]
+    os.makedirs(out, exist_ok=True)
+    write_scene(os.path.join(out, "scene.abc"))
+    write_body(os.path.join(out, "body.abc"))
+    write_leaf(os.path.join(out, "leaf.abc"))
+    write_lonely(os.path.join(out, "lonely.abc"))

@@ -1,0 +1,147 @@
+"""groomcore's Alembic reader against the real Alembic library on the same files: every
+object (name, full path, child count, schema), every transform's op channels by type,
+every mesh's positions, velocities, face counts and indices, self bounds and UVs bit for
+bit, and the world matrix above each mesh, at every sample index and one past the last.
+
+    check_alembic_reader.py ABC_DUMP FIXTURE_DIR
+
+FIXTURE_DIR holds the files abc_scenes.py writes.
+"""
+import os
+import struct
+import subprocess
+import sys
+
+import numpy as np
+from alembic3d import Abc, AbcGeom
+
+SAMPLES = 4  # the files hold up to 3; index 3 reads the last sample
+
+
+def bits(values):
+    return ["%08x" % struct.unpack("<I", struct.pack("<f", float(v)))[0] for v in values]
+
+
+def selector(index):
+    # In alembic3d an integer selector is taken as a time; the samples of these files lie at
+    # (i + 1) / 24, and a time past the last sample reads the last one.
+    return Abc.ISampleSelector((index + 1) / 24.0)
+
+
+def walk(obj):
+    for i in range(obj.getNumChildren()):
+        child = obj.getChild(i)
+        yield child
+        yield from walk(child)
+
+
+def xform_values(obj, s):
+    sample = AbcGeom.IXform(obj, Abc.WrapExistingFlag.kWrapExisting).getSchema().getValue(selector(s))
+    t, r, sc = [0.0] * 3, [0.0] * 3, [1.0] * 3
+    seen = set()
+    for k in range(sample.getNumOps()):
+        op = sample.getOp(k)
+        kind = op.getType()
+        ch = [op.getChannelValue(j) for j in range(op.getNumChannels())]
+        if kind == AbcGeom.XformOperationType.kTranslateOperation and "t" not in seen:
+            t, _ = ch[:3], seen.add("t")
+        elif kind == AbcGeom.XformOperationType.kScaleOperation and "s" not in seen:
+            sc, _ = ch[:3], seen.add("s")
+        for axis, want in enumerate((AbcGeom.XformOperationType.kRotateXOperation,
+                                     AbcGeom.XformOperationType.kRotateYOperation,
+                                     AbcGeom.XformOperationType.kRotateZOperation)):
+            if kind == want and axis not in seen:
+                r[axis] = ch[0]
+                seen.add(axis)
+    return sample, bits(t + r + sc)
+
+
+def expected(path):
+    out = []
+    archive = Abc.IArchive(path)
+    objects = list(walk(archive.getTop()))
+    for obj in objects:
+        md = obj.getMetaData()
+        schema = md.get("schema") or "-"
+        out.append("obj %s %s %d %s" % (obj.getFullName(), obj.getName(), obj.getNumChildren(), schema))
+        for s in range(SAMPLES):
+            if AbcGeom.IXform.matches(md):
+                out.append("xf %s %d %s" % (obj.getFullName(), s, " ".join(xform_values(obj, s)[1])))
+            if not AbcGeom.IPolyMesh.matches(md):
+                continue
+            schema_ = AbcGeom.IPolyMesh(obj, Abc.WrapExistingFlag.kWrapExisting).getSchema()
+            v = schema_.getValue(selector(s))
+            name = obj.getFullName()
+
+            def floats(key, values, width):
+                flat = [c for p in values for c in (p if width > 1 else [p])] if values is not None else []
+                out.append("mesh %s %d %s %d%s" % (name, s, key, len(flat), "".join(" " + b for b in bits(flat))))
+
+            def ints(key, values):
+                out.append("mesh %s %d %s %d%s" % (name, s, key, len(values), "".join(" %d" % x for x in values)))
+
+            floats("P", [(p.x, p.y, p.z) for p in v.getPositions()], 3)
+            vel = v.getVelocities()
+            floats("V", [(p.x, p.y, p.z) for p in vel] if vel is not None else [], 3)
+            ints("C", list(v.getFaceCounts()))
+            ints("I", list(v.getFaceIndices()))
+            b = v.getSelfBounds()
+            floats("B", [(b.min().x, b.min().y, b.min().z), (b.max().x, b.max().y, b.max().z)], 3)
+            uv = schema_.getUVsParam()
+            if uv.valid():
+                if uv.isIndexed():
+                    sample = uv.getIndexedValue(selector(s))
+                    vals, idx = [(q.x, q.y) for q in sample.getVals()], list(sample.getIndices())
+                else:
+                    vals = [(q.x, q.y) for q in uv.getExpandedValue(selector(s)).getVals()]
+                    idx = list(range(len(vals)))
+            else:
+                vals, idx = [], []
+            floats("UV", vals, 2)
+            ints("UVI", idx)
+            # The world matrix above the mesh: Alembic's matrices are for row vectors, the
+            # parent's on the right; ours is for column vectors, the parent's on the left.
+            w = np.identity(4)
+            parent = obj.getParent()
+            while parent and parent.getFullName() != "/":
+                if AbcGeom.IXform.matches(parent.getMetaData()):
+                    sample = xform_values(parent, s)[0]
+                    local = np.array([[sample.getMatrix()[i][j] for j in range(4)] for i in range(4)])
+                    w = w @ local
+                    if not sample.getInheritsXforms():
+                        break
+                parent = parent.getParent()
+            out.append(("world", name, s, w.T.ravel()))
+    return out
+
+
+def main():
+    dump, fixtures = sys.argv[1], sys.argv[2]
+    failures = 0
+    for f in ("scene.abc", "body.abc", "leaf.abc"):
+        path = os.path.join(fixtures, f)
+        ours = subprocess.run([dump, path, str(SAMPLES)], capture_output=True, text=True, check=True).stdout.splitlines()
+        theirs = expected(path)
+        worlds = [e for e in theirs if isinstance(e, tuple)]
+        theirs = [e for e in theirs if not isinstance(e, tuple)]
+        our_worlds = [l for l in ours if l.startswith("world ")]
+        ours = [l for l in ours if not l.startswith("world ")]
+        bad = [(a, b) for a, b in zip(ours, theirs) if a != b]
+        if len(ours) != len(theirs):
+            bad.append(("%d lines" % len(ours), "%d lines" % len(theirs)))
+        for line, (_, name, s, w) in zip(our_worlds, worlds):
+            got = np.array([float(x) for x in line.split()[3:]])
+            if line.split()[1] != name or not np.allclose(got, w, rtol=1e-6, atol=1e-6):
+                bad.append((line, "world %s %d %s" % (name, s, w)))
+        if len(our_worlds) != len(worlds):
+            bad.append(("%d world matrices" % len(our_worlds), "%d" % len(worlds)))
+        print("%-10s %s (%d facts)" % (f, "ok" if not bad else "FAILED", len(theirs) + len(worlds)))
+        for a, b in bad[:10]:
+            print("  ours:      %s\n  alembic3d: %s" % (str(a)[:200], str(b)[:200]))
+        failures += bool(bad)
+    print("%d passed, %d failed" % (3 - failures, failures))
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

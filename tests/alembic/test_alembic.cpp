@@ -1,0 +1,320 @@
+// The Alembic reader's edges and hostile files, sources loaded from Alembic, and strands
+// rebound to a body. The fixtures are written by the real Alembic library before this
+// suite runs (abc_scenes.py, directory in GROOMCORE_ABC_FIXTURES); the reader's values
+// are compared with alembic3d's in check_alembic_reader.py.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <random>
+
+#include "cache/RuvoMisc.h"
+#include "feathers/ZSource.h"
+#include "support/AllocationMeter.h"
+#include "support/TestUtil.h"
+
+using namespace Ulmex;
+
+namespace {
+
+std::string fixture(const char* name) {
+    const char* dir = std::getenv("GROOMCORE_ABC_FIXTURES");
+    return std::string(dir ? dir : ".") + "/" + name;
+}
+
+bool near(const ZVector& a, const ZVector& b, float tol = 1e-5f) { return (a - b).length() <= tol; }
+
+// Everything a host can ask of a file, so that a damaged one is read all the way through.
+size_t readEverything(const std::string& path) {
+    ZAlembicArchive a;
+    if (!a.open(path.c_str())) return 0;
+    ZAlembicObjectArray all;
+    GetAllDescendantObjects(a.topObject(), all, false);
+    size_t values = 0;
+    for (int i = 0; i < all.length(); ++i) {
+        ZVector t, r, s;
+        ZVectorArray P, V;
+        ZIntArray C, I, UVI;
+        ZBoundingBox B;
+        ZMatrix W;
+        ZFloatArray UV;
+        for (int sample : {0, 1, 5}) {
+            all[i].getTransformations(t, r, s, sample);
+            if (all[i].getPolyMeshData(&P, &V, &C, &I, &B, &W, &UV, &UVI, sample))
+                values += P.size() + C.size() + I.size() + UV.size();
+        }
+    }
+    return values + static_cast<size_t>(all.length());
+}
+
+} // namespace
+
+TEST(AlembicReader, RefusesWhatItCannotReadAndAnswersOnlyForItsSchema) {
+    testutil::TempDir tmp;
+    ZAlembicArchive a;
+    EXPECT_FALSE(a.open(tmp.file("missing.abc").c_str()));
+    testutil::writeBytes(tmp.file("text.abc"), {'n', 'o', 't', ' ', 'a', 'n', ' ', 'a', 'r', 'c', 'h', 'i', 'v', 'e', '!', '!'});
+    EXPECT_FALSE(a.open(tmp.file("text.abc").c_str()));
+    std::vector<char> hdf5 = {'\x89', 'H', 'D', 'F', '\r', '\n', '\x1a', '\n'};
+    hdf5.resize(4096, 0);
+    testutil::writeBytes(tmp.file("old.abc"), hdf5);
+    EXPECT_FALSE(a.open(tmp.file("old.abc").c_str()));  // the HDF5 kind of archive
+    EXPECT_EQ(a.topObject().numChildren(), 0);
+
+    ASSERT_TRUE(a.open(fixture("scene.abc").c_str()));
+    ZAlembicObject root, body, shape;
+    ASSERT_TRUE(a.topObject().getChild(0, root));
+    ASSERT_TRUE(root.getChild(0, body));
+    ASSERT_TRUE(body.getChild(0, shape));
+    EXPECT_FALSE(root.getChild(99, body));
+    EXPECT_FALSE(root.getChild(-1, body));
+    EXPECT_EQ(shape.fullPath(), "/root/bodyXf/bodyShape");
+    EXPECT_TRUE(shape.isLeaf());
+    a.close();  // copies keep the file
+
+    // A transform is no mesh and a mesh no transform: false, outputs untouched.
+    ZVectorArray points{ZVector(9, 9, 9)};
+    EXPECT_FALSE(body.getPolyMeshData(&points, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 0));
+    EXPECT_EQ(points.size(), 1u);
+    ZVector t(7, 7, 7), r(7, 7, 7), s(7, 7, 7);
+    EXPECT_FALSE(shape.getTransformations(t, r, s, 0));
+    EXPECT_EQ(t, ZVector(7, 7, 7));
+    // Every pointer may be null.
+    EXPECT_TRUE(shape.getPolyMeshData(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 2));
+    // A zero scale reads back as zero; an object without ops as the identity's channels.
+    ZAlembicObject zero, arm;
+    ASSERT_TRUE(root.getChild(1, zero));
+    ASSERT_TRUE(zero.getTransformations(t, r, s, 0));
+    EXPECT_EQ(s, ZVector(0, 0, 0));
+    EXPECT_EQ(t, ZVector(5, 0, 0));
+    ASSERT_TRUE(root.getChild(4, arm));
+    EXPECT_EQ(arm.name(), "armBody");
+    ASSERT_TRUE(arm.getTransformations(t, r, s, 3));
+    EXPECT_EQ(t, ZVector(0, 0, 0));
+    EXPECT_EQ(s, ZVector(1, 1, 1));
+
+    ZAlembicObjectArray leaves, all;
+    ASSERT_TRUE(a.open(fixture("scene.abc").c_str()));
+    GetAllDescendantObjects(a.topObject(), all, false);
+    GetAllDescendantObjects(a.topObject(), leaves, true);
+    EXPECT_EQ(all.length(), 12);
+    EXPECT_EQ(all[0].fullPath(), "/root");  // parents before their children
+    EXPECT_EQ(all[1].fullPath(), "/root/bodyXf");
+    EXPECT_EQ(leaves.length(), 6);  // five shapes and the childless armBody
+}
+
+TEST(AlembicReader, DamagedFilesAreSurvivedWithinTheirSize) {
+    testutil::TempDir tmp;
+    const std::vector<char> good = testutil::readBytes(fixture("scene.abc"));
+    ASSERT_GT(good.size(), 1000u);
+    const size_t intact = readEverything(fixture("scene.abc"));
+    ASSERT_GT(intact, 100u);
+    const std::string path = tmp.file("bad.abc");
+    size_t worst = 0;
+    int runs = 0;
+    auto check = [&](const std::vector<char>& bytes, const std::string& what) {
+        testutil::writeBytes(path, bytes);
+        testutil::AllocationMeter meter;
+        readEverything(path);
+        const size_t peak = meter.peakAbove();
+        EXPECT_LE(peak, 4 * bytes.size() + 64 * 1024) << what;
+        worst = std::max(worst, peak);
+        ++runs;
+    };
+    // Cut short at every 8-byte boundary (every offset and count) and between.
+    for (size_t cut = 0; cut < good.size(); cut += 5) check({good.begin(), good.begin() + cut}, "cut");
+    std::mt19937 rng(7);
+    for (int k = 0; k < 400; ++k) {
+        std::vector<char> bad = good;
+        for (int f = 0; f < 1 + k % 8; ++f) bad[16 + rng() % (bad.size() - 16)] = static_cast<char>(rng());
+        check(bad, "flipped");
+    }
+    // 64-bit words made to point outside the file, at the header, or back at a group
+    // itself or one above it: offsets that loop.
+    for (size_t at = 8; at + 8 <= good.size(); at += 8) {
+        for (std::uint64_t v : {std::uint64_t(good.size() + 100), std::uint64_t(8), std::uint64_t(16),
+                                std::uint64_t(at - 8), std::uint64_t(~0ull), std::uint64_t(0x8000000000000010ull)}) {
+            std::vector<char> bad = good;
+            std::memcpy(bad.data() + at, &v, 8);
+            check(bad, "offset");
+        }
+    }
+    for (int k = 0; k < 50; ++k) {
+        std::vector<char> noise(rng() % 20000);
+        for (char& c : noise) c = static_cast<char>(rng());
+        if (noise.size() >= 5) std::memcpy(noise.data(), "Ogawa", 5);
+        check(noise, "noise");
+    }
+    std::cout << runs << " damaged archives read; worst peak " << worst << " bytes\n";
+}
+
+TEST(AlembicHelpers, FansReversalAndDeterminant) {
+    // counts 3, 4, 2, 5: a triangle, a quad, a two-vertex polygon, a pentagon.
+    const ZIntArray counts{3, 4, 2, 5};
+    ZIntArray conn{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13};
+    const ZInt3Array tris = getv012(counts, conn);
+    ASSERT_EQ(tris.size(), 1u + 2u + 3u);
+    EXPECT_EQ(tris[1], (ZTuple<3, int>(3, 4, 5)));  // quad (p, q, r, s): (p, q, r), (p, r, s)
+    EXPECT_EQ(tris[2], (ZTuple<3, int>(3, 5, 6)));
+    EXPECT_EQ(tris[3], (ZTuple<3, int>(9, 10, 11)));  // the two-vertex polygon advanced by 2
+    const ZFloatArray uv{0, 0, 1, 0, 1, 1, 0, 1};
+    const ZVectorArray uvs = getuvs(ZIntArray{4}, uv, ZIntArray{0, 1, 2, 3});
+    ASSERT_EQ(uvs.size(), 6u);
+    EXPECT_EQ(uvs[4], ZVector(1, 1, 0));
+    EXPECT_EQ(uvs[5], ZVector(0, 1, 0));
+    EXPECT_TRUE(getv012(ZIntArray(), conn).empty());
+
+    ReverseConnections(counts, conn);
+    EXPECT_EQ(conn, (ZIntArray{0, 2, 1, 3, 6, 5, 4, 7, 8, 9, 13, 12, 11, 10}));
+    // The fan of a reversed quad: the same triangles, opposite winding.
+    const ZInt3Array back = getv012(ZIntArray{4}, ZIntArray{3, 6, 5, 4});
+    EXPECT_EQ(back[0], (ZTuple<3, int>(3, 6, 5)));
+    EXPECT_EQ(back[1], (ZTuple<3, int>(3, 5, 4)));
+
+    ZMatrix m;
+    EXPECT_EQ(m.det(), 1.0);
+    m(0, 0) = 2, m(1, 1) = 3, m(2, 2) = 4, m(0, 3) = 9;  // translation does not count
+    EXPECT_EQ(m.det(), 24.0);
+    m(0, 0) = 0;  // a zero scale on one axis: singular
+    EXPECT_EQ(m.det(), 0.0);
+    ZMatrix mirror;
+    mirror(1, 1) = -1;
+    EXPECT_EQ(mirror.det(), -1.0);
+    ZMatrix rot;
+    rot(0, 0) = 0.6f, rot(0, 1) = -0.8f, rot(1, 0) = 0.8f, rot(1, 1) = 0.6f;
+    EXPECT_NEAR(rot.det(), 1.0, 1e-6);
+}
+
+TEST(AlembicSource, LeavesBakedByTheirTransformsWithTheFirstObjectsTwice) {
+    ZSource s;
+    const ZVector sentinel(5, 6, 7);
+    s.mesh.points = {sentinel};
+    s.setAlembic(fixture("missing.abc"));
+    EXPECT_EQ(s.mesh.points, ZVectorArray{sentinel});
+    s.setAlembic(fixture("lonely.abc"));  // the first top-level object has no children
+    EXPECT_EQ(s.mesh.points, ZVectorArray{sentinel});
+
+    s.setAlembic(fixture("leaf.abc"));
+    // leafGroup moves by (1, 0, 0), applied twice. bladeA: translate (0, 2, 0), 90 degrees
+    // about z, scale 2. bladeB: translate (0, 0, 3), scale 0 taken as 1. The ignored
+    // second top-level object is not read.
+    ASSERT_EQ(s.mesh.points.size(), 7u);
+    ASSERT_EQ(s.mesh.v012.size(), 3u);
+    auto bladeA = [](float x, float y) { return ZVector(2.f - 2.f * y, 2.f + 2.f * x, 0.f) + ZVector(0, 0, 0); };
+    EXPECT_TRUE(near(s.mesh.points[0], bladeA(0, 0))) << s.mesh.points[0];
+    EXPECT_TRUE(near(s.mesh.points[1], bladeA(1, 0))) << s.mesh.points[1];
+    EXPECT_TRUE(near(s.mesh.points[2], bladeA(0, 1))) << s.mesh.points[2];
+    EXPECT_TRUE(near(s.mesh.points[3], ZVector(2, 0, 3))) << s.mesh.points[3];
+    EXPECT_TRUE(near(s.mesh.points[5], ZVector(3, 1, 3))) << s.mesh.points[5];
+    EXPECT_EQ(s.mesh.v012[1], (ZTuple<3, int>(3, 4, 5)));  // the quad behind the triangle
+
+    ZMatrix m;
+    ZAlembicArchive a;
+    ASSERT_TRUE(a.open(fixture("scene.abc").c_str()));
+    ZAlembicObject root, singular;
+    ASSERT_TRUE(a.topObject().getChild(0, root));
+    ASSERT_TRUE(root.getChild(2, singular));
+    s.getAlembicXformMatrix(singular, m);
+    EXPECT_EQ(m.det(), 0.0);  // scale (0, 1, 1): singular, and skipped by the walk
+    s.getAlembicXformMatrix(root, m);  // translate (1.5, 2, 3) at sample 1, scale (2, 3, 4)
+    EXPECT_EQ(m(0, 3), 1.5f);
+    EXPECT_NEAR(m.det(), 24.0, 1e-4);
+}
+
+TEST(BodyRebinding, FindsTheOneShapeByPartOfItsName) {
+    ZAlembicObject body;
+    EXPECT_FALSE(findBodyMeshShapeNode(fixture("missing.abc"), "Body", &body));
+    EXPECT_TRUE(findBodyMeshShapeNode(fixture("body.abc"), "Body", &body));
+    EXPECT_EQ(body.fullPath(), "/character/characterBodyShape");
+    ZAlembicObject other = body;
+    EXPECT_FALSE(findBodyMeshShapeNode(fixture("body.abc"), "", &other));  // two shapes match
+    EXPECT_EQ(other.fullPath(), body.fullPath());
+    EXPECT_FALSE(findBodyMeshShapeNode(fixture("body.abc"), "nothing", &other));
+    EXPECT_TRUE(findBodyMeshShapeNode(fixture("body.abc"), "racterB", &other));  // any position
+}
+
+TEST(BodyRebinding, ReferenceCornerInverseFrameAndRootRelativeStrands) {
+    ZAlembicObject body;
+    ASSERT_TRUE(findBodyMeshShapeNode(fixture("body.abc"), "Body", &body));
+    // Sample k of the body: grid point (i, j) at z = 0.1 i j + 0.5 k, under a transform
+    // moving it up by k. The file's clockwise quad (a, a+4, a+5, a+1) reversed is
+    // (a, a+1, a+5, a+4); its fan gives the triangles (a, a+1, a+5) and (a, a+5, a+4).
+    auto P = [](int idx, int k) {
+        const int i = idx % 4, j = idx / 4;
+        return ZVector(float(i), float(j), 0.1f * float(i * j) + 1.5f * float(k));
+    };
+    ZFollicles f;
+    f.reset();
+    ZCurves curves;
+    const int tris[] = {0, 1, 5};
+    for (int n = 0; n < 3; ++n) {
+        f.tgl.push_back(tris[n]);
+        ZAxis a;
+        a.origin = n == 0 ? P(0, 1) : n == 1 ? (P(0, 1) + P(5, 1) + P(4, 1)) * (1.f / 3.f) : P(6, 1) + ZVector(0.1f, 0.1f, 0);
+        f.axs.push_back(a);
+        const ZVector cv[] = {a.origin + ZVector(0.01f, 0, 0), a.origin + ZVector(0, 0, 1), a.origin + ZVector(0, 1, 2)};
+        curves.push(cv, n == 2 ? 1 : 3);
+    }
+    const ZCurves before = curves;
+    ZIntArray ref;
+    ZMatrixArray inv;
+    setRefIdxAndInvRotAndCurves(1.4, body, f, &curves, &ref, &inv);  // 1.4 reads sample 1
+    ASSERT_EQ(ref.size(), 3u);
+    // Strand 0 sits on corner 0 of (0, 1, 5): the diagonal corner 5 lies farthest.
+    EXPECT_EQ(ref[0], 5);
+    // Strand 1 at the centre of (0, 5, 4): the farthest corner by distance, ties to the
+    // earlier corner.
+    const ZVector o1 = f.axs[1].origin;
+    const int corners[3] = {0, 5, 4};
+    int far1 = 0;
+    for (int k = 1; k < 3; ++k)
+        if ((P(corners[k], 1) - o1).squaredLength() > (P(corners[far1], 1) - o1).squaredLength()) far1 = k;
+    EXPECT_EQ(ref[1], corners[far1]);
+    // The inverse frame of strand 0 at body sample k: rows tangent (towards corner 5, less
+    // its normal part), binormal, normal, computed here in double.
+    auto expectFrame = [&](const ZMatrix& got, int k) {
+        const ZVector A = P(0, k), B = P(1, k), C = P(5, k), o = f.axs[0].origin;
+        double e[3] = {C.x - o.x, C.y - o.y, C.z - o.z}, e1[3] = {B.x - A.x, B.y - A.y, B.z - A.z},
+               e2[3] = {C.x - A.x, C.y - A.y, C.z - A.z};
+        double n[3] = {e1[1] * e2[2] - e1[2] * e2[1], e1[2] * e2[0] - e1[0] * e2[2], e1[0] * e2[1] - e1[1] * e2[0]};
+        const double nl = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
+        for (double& v : n) v /= nl;
+        const double en = e[0] * n[0] + e[1] * n[1] + e[2] * n[2];
+        double t[3] = {e[0] - en * n[0], e[1] - en * n[1], e[2] - en * n[2]};
+        const double tl = std::sqrt(t[0] * t[0] + t[1] * t[1] + t[2] * t[2]);
+        for (double& v : t) v /= tl;
+        const double g[3] = {n[1] * t[2] - n[2] * t[1], n[2] * t[0] - n[0] * t[2], n[0] * t[1] - n[1] * t[0]};
+        const double* rows[3] = {t, g, n};
+        for (int r = 0; r < 3; ++r)
+            for (int c = 0; c < 3; ++c) EXPECT_NEAR(got(r, c), rows[r][c], 2e-6) << "sample " << k << " " << r << c;
+        EXPECT_GT(n[2], 0.9);  // the reversed winding turns the normal up, out of the grid
+        EXPECT_NEAR(got(3, 3), 1.f, 1e-6f);  // scaled by 1 / det, which is 1 to rounding
+        EXPECT_EQ(got(0, 3), 0.f);
+    };
+    expectFrame(inv[0], 1);
+    // CVs relative to the root, the root exactly zero even where it differed from it.
+    EXPECT_EQ(curves.cvs[0], ZVector(0, 0, 0));
+    EXPECT_EQ(curves.cvs[1], before.cvs[1] - f.axs[0].origin);
+    EXPECT_EQ(curves.cvs[curves.start[2]], ZVector(0, 0, 0));  // a strand of one CV
+
+    // Frame 1.5 reads sample 2: the body 1.5 higher, the tangent tilted towards it.
+    ZCurves again = before;
+    ZIntArray ref2;
+    ZMatrixArray inv2;
+    setRefIdxAndInvRotAndCurves(1.5, body, f, &again, &ref2, &inv2);
+    expectFrame(inv2[0], 2);
+    // The result is the same whatever the thread count.
+    ZCurves one = before, four = before;
+    ZIntArray r1, r4;
+    ZMatrixArray i1, i4;
+    testutil::withThreads(1, [&] { setRefIdxAndInvRotAndCurves(1.0, body, f, &one, &r1, &i1); return 0; });
+    testutil::withThreads(4, [&] { setRefIdxAndInvRotAndCurves(1.0, body, f, &four, &r4, &i4); return 0; });
+    EXPECT_EQ(r1, r4);
+    EXPECT_EQ(0, std::memcmp(i1.data(), i4.data(), i1.size() * sizeof(ZMatrix)));
+    EXPECT_EQ(one, four);
+
+    // No strands: both outputs emptied.
+    ZCurves none;
+    setRefIdxAndInvRotAndCurves(1.0, body, f, &none, &ref, &inv);
+    EXPECT_TRUE(ref.empty() && inv.empty());
+}
