@@ -11,7 +11,8 @@
 // objects, and checks each bit for bit against the shot; it prints the cache's size and
 // the time per frame. Last it exports the shot to USD at both levels of detail: the
 // strands as curves gathered in one file per level, the feathered groom as one file per
-// frame.
+// frame. With an Alembic body file it finds the body shape in it and rebinds the strands
+// to it; with an Alembic source file it loads the source's mesh from there.
 //
 //   groom_host OUTPUT_DIR [STRAND_COUNT]
 
@@ -24,6 +25,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iomanip>
+#include <sstream>
 #include <iostream>
 #include <vector>
 
@@ -129,11 +131,21 @@ uint64_t bytesUnder(const std::string& dir) {
 
 int main(int argc, char** argv) {
     if (argc < 2) {
-        std::cerr << "usage: groom_host OUTPUT_DIR [STRAND_COUNT]\n";
+        std::cerr << "usage: groom_host OUTPUT_DIR [STRAND_COUNT [BODY_ABC [SOURCE_ABC]]]\n"
+                     "       groom_host OUTPUT_DIR --export-body BODY_RAW\n";
         return 2;
     }
     const std::string outDir = argv[1];
+    if (argc == 4 && std::string(argv[2]) == "--export-body") {
+        // The rest body as raw arrays, for write_example_abc.py to write as Alembic.
+        examples::AnimatedGroom rest(1, 2);
+        std::ofstream out(argv[3], std::ios::binary);
+        rest.restBody.points.write(out, true);
+        rest.restBody.v012.write(out, true);
+        return out ? 0 : 1;
+    }
     const int count = argc > 2 ? std::max(1, std::atoi(argv[2])) : 5000;
+    const std::string bodyAbc = argc > 3 ? argv[3] : "", sourceAbc = argc > 4 ? argv[4] : "";
     const int cvCount = 8;
     const int firstFrame = 1001, frameCount = 24;
 
@@ -182,7 +194,9 @@ int main(int argc, char** argv) {
     leaf.txAssetName = "leaf_tex";
     leaf.txLayerName = "diffuse";
     leaf.latticeResolution = 4;
+    if (!sourceAbc.empty()) leaf.setAlembic(sourceAbc);  // the source's mesh from a file
     leaf.initialize();
+    const bool leafFromFile = !sourceAbc.empty() && leaf.mesh.points.length() != covert.mesh.points.length();
 
     ZVectorArray placed(contour.mesh.points.size()), placedLeaf(leaf.mesh.points.size());
     ZBoundingBox plumage, foliage;
@@ -266,6 +280,45 @@ int main(int argc, char** argv) {
                              loadedCovert.name == covert.name;
     const bool cacheTrip = found && identical == frameCount && featherTrip;
 
+    // The body as animation delivers it: found by name in an Alembic file, and the groom
+    // rebound to it at rest: a reference corner and the inverse root frame per strand, and
+    // the strands relative to their roots.
+    std::string rebindLine = "no body file given";
+    if (!bodyAbc.empty()) {
+        ZAlembicObject bodyShape;
+        if (!findBodyMeshShapeNode(bodyAbc, "Body", &bodyShape)) {
+            std::cerr << "no single body shape in " << bodyAbc << "\n";
+            return 1;
+        }
+        ZFollicles rest = groom;
+        rest.updateAxes(shot.restBody, shot.restFrames, true);
+        ZCurves rebound = shot.restCurves;
+        ZIntArray refIdx;
+        ZMatrixArray invRot;
+        const double tRebind = millis([&] { setRefIdxAndInvRotAndCurves(0.0, bodyShape, rest, &rebound, &refIdx, &invRot); });
+        // Each reference is a corner of the strand's triangle, each inverse frame takes the
+        // triangle's outward normal to +z, and every root sits at zero.
+        int cornersOk = 0, rootsAtZero = 0;
+        double normalError = 0;
+        for (int i = 0; i < n; ++i) {
+            const ZTuple<3, int>& t = shot.restBody.v012[rest.tgl[i]];
+            cornersOk += refIdx[i] == t[0] || refIdx[i] == t[1] || refIdx[i] == t[2];
+            const ZVector& A = shot.restBody.points[t[0]];
+            const ZVector N = (shot.restBody.points[t[1]] - A).cross(shot.restBody.points[t[2]] - A).normalized(false);
+            normalError += (invRot[i].transformVector(N) - ZVector(0, 0, 1)).length();
+            rootsAtZero += rebound.cvs[rebound.start[i]] == ZVector(0, 0, 0);
+        }
+        std::ostringstream line;
+        line << "strands bound to " << bodyShape.fullPath() << " in " << std::setprecision(3) << tRebind
+             << " ms: references on their triangle " << cornersOk << "/" << n << ", roots at zero " << rootsAtZero
+             << "/" << n << ", mean normal error " << std::setprecision(2) << normalError / n;
+        rebindLine = line.str();
+        if (cornersOk != n || rootsAtZero != n || normalError / n > 1e-4) {
+            std::cerr << "rebinding failed: " << rebindLine << "\n";
+            return 1;
+        }
+    }
+
     // USD for lighting: the strands as curves, both levels of detail, all frames gathered in
     // one file per level; then the feathered groom, every feather kind one Mesh of all its
     // copies, one file per frame and level. The attribute half goes first: it clears the file.
@@ -337,8 +390,10 @@ int main(int argc, char** argv) {
               << "  feathers:    " << contour.mesh.numVertices() << "- and " << covert.mesh.numVertices()
               << "-point templates on " << n << " strands in " << tFeathers << " ms, plumage box "
               << plumage.minPoint << " to " << plumage.maxPoint << "\n"
-              << "  source:      " << leaf.name << " on every tenth strand, box " << foliage.minPoint << " to "
-              << foliage.maxPoint << "\n"
+              << "  source:      " << leaf.name << (leafFromFile ? " (mesh from " + sourceAbc + ")" : std::string())
+              << ", " << leaf.mesh.numTriangles() << " triangles, on every tenth strand, box " << foliage.minPoint
+              << " to " << foliage.maxPoint << "\n"
+              << "  body:        " << rebindLine << "\n"
               << "  cache:       " << cacheDir << ", " << info.cacheType << " of node " << info.nodeName << ", "
               << frameCount << " frames (" << firstFrame << "-" << firstFrame + frameCount - 1 << "), "
               << std::setprecision(1) << mib << " MiB\n"

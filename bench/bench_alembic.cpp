@@ -1,0 +1,112 @@
+// groomcore's Alembic reader against the real Alembic library (alembic3d) on the same
+// files, in one run: the positions of an animated mesh of 1M points over 24 samples, and
+// the hierarchy of a scene of 10,000 objects (names and full names of all). The files are
+// written by bench/alembic_bench_peer.py with the real library; the peer's times are those
+// it measures around its library calls.
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <string>
+
+#include "base/UlmexBase.h"
+
+using namespace Ulmex;
+namespace fs = std::filesystem;
+
+namespace {
+
+const int kSamples = 24;
+
+std::string dir() {
+    static const std::string d = [] {
+        const fs::path p = fs::temp_directory_path() / "groomcore-bench-alembic";
+        fs::create_directories(p);
+        if (!fs::exists(p / "tree.abc")) {
+            const std::string cmd = std::string("'") + GROOMCORE_PYTHON + "' '" + GROOMCORE_BENCH_SOURCE_DIR +
+                                    "/alembic_bench_peer.py' write '" + p.string() + "' 1000000 " +
+                                    std::to_string(kSamples) + " 10000";
+            if (std::system(cmd.c_str()) != 0) std::cerr << "could not write the files\n";
+        }
+        return p.string();
+    }();
+    return d;
+}
+
+void BM_AbcMesh_Groomcore(benchmark::State& state) {
+    const std::string file = dir() + "/mesh.abc";
+    size_t total = 0;
+    for (auto _ : state) {
+        ZAlembicArchive a;
+        if (!a.open(file.c_str())) state.SkipWithError("cannot open");
+        ZAlembicObject shape;
+        a.topObject().getChild(0, shape);
+        ZVectorArray points;
+        for (int k = 0; k < kSamples; ++k) {
+            shape.getPolyMeshData(&points, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, k);
+            total += points.size();
+        }
+    }
+    state.counters["points_per_read"] = static_cast<double>(total) / static_cast<double>(state.iterations());
+}
+
+void BM_AbcTree_Groomcore(benchmark::State& state) {
+    const std::string file = dir() + "/tree.abc";
+    size_t names = 0;
+    for (auto _ : state) {
+        ZAlembicArchive a;
+        if (!a.open(file.c_str())) state.SkipWithError("cannot open");
+        ZAlembicObjectArray all;
+        GetAllDescendantObjects(a.topObject(), all, false);
+        for (int i = 0; i < all.length(); ++i) names += all[i].name().size() + all[i].fullPath().size();
+    }
+    state.counters["name_chars"] = static_cast<double>(names) / static_cast<double>(state.iterations());
+}
+
+struct Peer {
+    double mesh = -1, tree = -1;
+};
+
+const Peer& peer() {
+    static Peer p;
+    static bool ran = false;
+    if (ran) return p;
+    ran = true;
+    const std::string cmd = std::string("'") + GROOMCORE_PYTHON + "' '" + GROOMCORE_BENCH_SOURCE_DIR +
+                            "/alembic_bench_peer.py' read '" + dir() + "' " + std::to_string(kSamples);
+    FILE* f = ::popen(cmd.c_str(), "r");
+    if (!f) return p;
+    std::string out;
+    char buf[512];
+    while (std::fgets(buf, sizeof buf, f)) out += buf;
+    ::pclose(f);
+    auto number = [&](const char* key) {
+        const size_t at = out.find(std::string("\"") + key + "\": ");
+        return at == std::string::npos ? -1.0 : std::atof(out.c_str() + at + std::strlen(key) + 4);
+    };
+    p.mesh = number("mesh_s");
+    p.tree = number("tree_s");
+    return p;
+}
+
+void BM_AbcMesh_Alembic3d(benchmark::State& state) {
+    if (peer().mesh <= 0) state.SkipWithError("the alembic3d peer did not run");
+    for (auto _ : state) state.SetIterationTime(peer().mesh);
+}
+
+void BM_AbcTree_Alembic3d(benchmark::State& state) {
+    if (peer().tree <= 0) state.SkipWithError("the alembic3d peer did not run");
+    for (auto _ : state) state.SetIterationTime(peer().tree);
+}
+
+} // namespace
+
+BENCHMARK(BM_AbcMesh_Groomcore)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_AbcMesh_Alembic3d)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_AbcTree_Groomcore)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_AbcTree_Alembic3d)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+BENCHMARK_MAIN();
