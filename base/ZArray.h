@@ -45,7 +45,7 @@ public:
 
     // With readLength, first reads an int32 count and resizes; a negative count, or one
     // that needs more bytes than the stream has left, fails the stream and empties the
-    // array. Then reads length() elements as one block. Elements the stream cannot
+    // array (a claim beyond kUncheckedReadBytes is checked before anything is allocated). Then reads length() elements as one block. Elements the stream cannot
     // deliver keep their value (zero after a sizing read); false when not all came.
     bool read(std::ifstream& file, bool readLength);
 
@@ -90,13 +90,16 @@ bool ZArray<T>::read(std::ifstream& file, bool readLength) {
     static_assert(std::is_trivially_copyable<T>::value, "raw element type needed");
     if (readLength) {
         int32_t n = 0;
-        if (!readPod(file, n) || n < 0 ||
-            static_cast<int64_t>(n) * static_cast<int64_t>(sizeof(T)) > ZStreamRemaining(file)) {
-            this->clear();
+        auto fail = [&] {
+            std::vector<T>().swap(*this);  // give the memory back, not just the length
             markFailed(file);
             return false;
-        }
-        return readExactly(file, n);
+        };
+        if (!readPod(file, n) || n < 0) return fail();
+        const int64_t want = static_cast<int64_t>(n) * static_cast<int64_t>(sizeof(T));
+        if (want > kUncheckedReadBytes && want > ZStreamRemaining(file)) return fail();
+        // A count the stream cannot fill fails the read and empties the array.
+        return readExactly(file, n) ? true : fail();
     }
     if (this->empty()) return true;
     const size_t want = this->size() * sizeof(T);

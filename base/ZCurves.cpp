@@ -106,7 +106,9 @@ bool ZCurves::read(std::ifstream& file) {
     ok = ok && numCVs.size() == start.size();
     for (size_t i = 0; ok && i < numCVs.size(); ++i) {
         const long long s = start[i], m = numCVs[i];
-        ok = s >= 0 && m >= 0 && s + m <= static_cast<long long>(cvs.size());
+        // Every strand has a root: a strand without CVs would send the operations that
+        // read its first and last CV outside the array.
+        ok = s >= 0 && m >= 1 && s + m <= static_cast<long long>(cvs.size());
     }
     if (!ok) {
         reset();

@@ -52,8 +52,9 @@ public:
 
     // Binary form: numCVs, start and cvs, each as an int32 count and its elements.
     void write(std::ofstream& file) const;
-    // Reads that form. A record whose strands point outside their CVs (or with a
-    // negative CV count) is rejected: the curves are left empty and the stream failed.
+    // Reads that form. A record whose strands point outside their CVs, or has a strand
+    // without CVs, is rejected: the curves are left empty and the stream failed. What it
+    // accepts is safe for every operation of the library.
     bool read(std::ifstream& file);
 
     bool operator==(const ZCurves& o) const {

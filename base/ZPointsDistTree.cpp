@@ -19,9 +19,14 @@ float distance2(const ZVector& a, const ZVector& b) {
 
 void ZPointsDistTree::build(const ZVectorArray& points) {
     _points.assign(points.begin(), points.end());
-    _order.resize(_points.size());
-    _axis.assign(_points.size(), 0);
-    for (size_t i = 0; i < _order.size(); ++i) _order[i] = static_cast<int>(i);
+    // A point with a NaN coordinate is at no distance from anything: it is left out of the
+    // tree and never found (ordering it would also break the median split).
+    _order.clear();
+    for (size_t i = 0; i < _points.size(); ++i) {
+        const ZVector& p = _points[i];
+        if (!std::isnan(p.x) && !std::isnan(p.y) && !std::isnan(p.z)) _order.push_back(static_cast<int>(i));
+    }
+    _axis.assign(_order.size(), 0);
     buildRange(0, static_cast<int>(_order.size()));
 }
 
@@ -79,7 +84,7 @@ void ZPointsDistTree::search(int lo, int hi, const ZVector& q, int& best, float&
 void ZPointsDistTree::findClosestPoint(const ZVector& query, int& index, float& distance) const {
     int best = -1;
     float bestD2 = std::numeric_limits<float>::max();
-    if (!_points.empty()) search(0, static_cast<int>(_order.size()), query, best, bestD2);
+    if (!_order.empty()) search(0, static_cast<int>(_order.size()), query, best, bestD2);
     index = best;
     distance = best < 0 ? std::numeric_limits<float>::max() : std::sqrt(bestD2);
 }

@@ -23,7 +23,9 @@ public:
     int size() const { return static_cast<int>(_points.size()); }
 
     // The index of the point nearest to `query` and its Euclidean distance; among equally
-    // near points the lowest index. An empty tree gives index -1 and the largest float.
+    // near points the lowest index. Points with a NaN coordinate are never found. A point
+    // counts only at a squared distance below the largest float, so an empty tree, a NaN
+    // query, or one with no point that near gives index -1 and the largest float.
     void findClosestPoint(const ZVector& query, int& index, float& distance) const;
 
 private:

@@ -61,10 +61,13 @@ bool ZString::read(std::ifstream& file, bool withLength) {
     if (withLength) {
         int32_t n = 0;
         if (!readPod(file, n)) { markFailed(file); return false; }
-        if (n < 0 || n > ZStreamRemaining(file)) { markFailed(file); return false; }
+        if (n < 0 || (n > kUncheckedReadBytes && n > ZStreamRemaining(file))) {
+            markFailed(file);
+            return false;
+        }
         resize(static_cast<size_type>(n));
         if (n > 0 && !readRaw(file, &(*this)[0], static_cast<size_t>(n))) {
-            clear();
+            std::string().swap(*this);  // give the memory back, not just the length
             markFailed(file);
             return false;
         }

@@ -43,20 +43,20 @@ void writeSection(std::ofstream& file, const char* tag, const ZArray<T>& a) {
 
 void writeFloat(std::ofstream& file, float v) { file.write(reinterpret_cast<const char*>(&v), sizeof v); }
 
-// Reads the payload of a fixed-size section of n elements. The member is sized to n,
-// zero-filled and read as one block, replacing what it held; on a truncated record the
-// elements not reached stay zero. A count whose payload is more than twice what the whole
-// record had left, plus 1 MiB, cannot come from a truncated record and is taken for
-// garbage: the member is left alone and the stream failed, so a corrupt count never
-// allocates far beyond the size of the file. False when the stream cannot go on.
+// Reads one section of n elements. A section the record is too short for still reads as
+// zeros past its end, but every section of a record draws on one allocation budget of four
+// times the bytes the record had when reading began, plus 64 KiB: whatever the counts say,
+// reading a record never allocates beyond a small multiple of its size. The member is
+// replaced; on a refused count it is left alone and the stream failed.
 template <typename T>
-bool readFixed(std::ifstream& file, ZArray<T>& a, int n, int64_t recordBytes) {
+bool readFixed(std::ifstream& file, ZArray<T>& a, int n, int64_t& budget) {
     if (n < 1) { a.clear(); return true; }
-    const int64_t limit = 2 * recordBytes + (int64_t(1) << 20);
-    if (static_cast<int64_t>(n) * static_cast<int64_t>(sizeof(T)) > limit) {
+    const int64_t bytes = static_cast<int64_t>(n) * static_cast<int64_t>(sizeof(T));
+    if (bytes > budget) {
         markFailed(file);
         return false;
     }
+    budget -= bytes;
     return a.readExactly(file, n);
 }
 
@@ -183,7 +183,7 @@ void ZFollicles::read(std::ifstream& file) {
     if (sections == 0) { reset(); return; }
 
     // What the stream holds for this record bounds every count taken from it.
-    const int64_t recordBytes = ZStreamRemaining(file);
+    int64_t budget = 4 * ZStreamRemaining(file) + (int64_t(64) << 10);
     ZString tag;
     for (int32_t s = 0; s < sections; ++s) {
         // A record can name at most as many sections as it has bytes left: stop as soon as
@@ -191,33 +191,33 @@ void ZFollicles::read(std::ifstream& file) {
         if (!file.good() || !tag.read(file, true)) break;
         bool ok = true;
         if (tag == "ln1") {
-            ok = readFixed(file, ln1, n, recordBytes) && readPod(file, maxLn1);
+            ok = readFixed(file, ln1, n, budget) && readPod(file, maxLn1);
         } else if (tag == "axs") {
-            ok = readFixed(file, axs, n, recordBytes);
+            ok = readFixed(file, axs, n, budget);
         } else if (tag == "uid") {
-            ok = readFixed(file, uid, n, recordBytes);
+            ok = readFixed(file, uid, n, budget);
         } else if (tag == "rtp") {
-            ok = readFixed(file, rtp, n, recordBytes);
+            ok = readFixed(file, rtp, n, budget);
         } else if (tag == "tgl") {
-            ok = readFixed(file, tgl, n, recordBytes);
+            ok = readFixed(file, tgl, n, budget);
         } else if (tag == "bcc") {
-            ok = readFixed(file, bcc, n, recordBytes);
+            ok = readFixed(file, bcc, n, budget);
         } else if (tag == "uvw") {
-            ok = readFixed(file, uvw, n, recordBytes);
+            ok = readFixed(file, uvw, n, budget);
         } else if (tag == "nmp") {
-            ok = readFixed(file, nmp, n, recordBytes);
+            ok = readFixed(file, nmp, n, budget);
         } else if (tag == "ln0") {
-            ok = readFixed(file, ln0, n, recordBytes) && readPod(file, maxLn0);
+            ok = readFixed(file, ln0, n, budget) && readPod(file, maxLn0);
         } else if (tag == "rxy") {
-            ok = readFixed(file, rxy, n, recordBytes);
+            ok = readFixed(file, rxy, n, budget);
         } else if (tag == "twh") {
-            ok = readFixed(file, twh, n, recordBytes);
+            ok = readFixed(file, twh, n, budget);
         } else if (tag == "rwh") {
-            ok = readFixed(file, rwh, n, recordBytes);
+            ok = readFixed(file, rwh, n, budget);
         } else if (tag == "top") {
-            ok = readFixed(file, top, n, recordBytes);
+            ok = readFixed(file, top, n, budget);
         } else if (tag == "rop") {
-            ok = readFixed(file, rop, n, recordBytes);
+            ok = readFixed(file, rop, n, budget);
         } else if (tag == "bdi") {
             ok = bdi.read(file);
         } else if (tag == "bdw") {

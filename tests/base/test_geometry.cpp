@@ -123,6 +123,20 @@ TEST(ZCurves, ReadRejectsStrandsOutsideTheirCVs) {
     EXPECT_FALSE(r.read(in));
     EXPECT_EQ(r.numCurves(), 0);
     EXPECT_TRUE(r.cvs.empty());
+
+    // A strand without CVs would send every operation that reads a strand's root and tip
+    // (lean axes, feather placement) outside the array: the record is refused.
+    ZCurves empty;
+    empty.numCVs = {0, 2};
+    empty.start = {0, 0};
+    empty.cvs = {ZVector(0, 0, 0), ZVector(0, 0, 1)};
+    {
+        std::ofstream out(path, std::ios::binary);
+        empty.write(out);
+    }
+    std::ifstream in2(path, std::ios::binary);
+    EXPECT_FALSE(r.read(in2));
+    EXPECT_EQ(r.numCurves(), 0);
 }
 
 TEST(ZTriMesh, TransformBoxAndRoundTripWithIndexCheck) {

@@ -1,6 +1,9 @@
 // Polygon meshes and the nearest-point search.
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <limits>
+
 #include <random>
 
 #include "base/UlmexBase.h"
@@ -10,24 +13,33 @@ using namespace Ulmex;
 TEST(ZPointsDistTree, AgreesWithBruteForceAndBreaksTiesByIndex) {
     std::mt19937 gen(5);
     std::uniform_real_distribution<float> d(-10.f, 10.f);
+    const float nan = std::numeric_limits<float>::quiet_NaN();
     for (int size : {1, 7, 9, 100, 2000}) {
+        for (bool withNaN : {false, true}) {
         ZVectorArray pts;
         for (int i = 0; i < size; ++i) pts.push_back(ZVector(d(gen), d(gen), d(gen) * 0.1f));
         if (size > 10) pts[size - 1] = pts[3];  // a duplicate: the lower index must win
+        // Points with a NaN coordinate (one in five, on any axis) are never nearest.
+        if (withNaN)
+            for (int i = 0; i < size; i += 5) pts[i][i % 3] = nan;
         const ZPointsDistTree tree(pts);
         for (int q = 0; q < 300; ++q) {
-            const ZVector query = q == 0 && size > 10 ? pts[3] : ZVector(d(gen), d(gen), d(gen));
+            ZVector query = q == 0 && size > 10 ? pts[3] : ZVector(d(gen), d(gen), d(gen));
+            if (withNaN && q % 50 == 7) query.y = nan;  // a NaN query finds nothing
             int best = -1;
-            float bestD = 1e30f;
+            float bestD2 = std::numeric_limits<float>::max();
             for (int i = 0; i < size; ++i) {
-                const float dist = (pts[i] - query).length();
-                if (dist < bestD) { bestD = dist; best = i; }
+                const ZVector v = pts[i] - query;
+                const float d2 = v.x * v.x + v.y * v.y + v.z * v.z;
+                if (d2 < bestD2) { bestD2 = d2; best = i; }
             }
+            const float bestD = best < 0 ? std::numeric_limits<float>::max() : std::sqrt(bestD2);
             int index;
             float distance;
             tree.findClosestPoint(query, index, distance);
-            ASSERT_EQ(index, best) << size << " " << q;
-            EXPECT_FLOAT_EQ(distance, bestD);
+            ASSERT_EQ(index, best) << size << " " << q << " " << withNaN;
+            EXPECT_EQ(distance, bestD);
+        }
         }
     }
     int index;
