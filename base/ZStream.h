@@ -12,12 +12,14 @@
 
 namespace Ulmex {
 
-// A read of at most this many bytes is made without asking how much the stream holds: it
-// simply fails when the stream runs short, and gives back what it took. Asking costs two
+// A read of at most this many bytes (a quarter of the 64 KiB every reader may take beyond
+// four times its input, leaving room for the stream's own buffer) is made without asking
+// how much the stream holds: it simply fails when the stream runs short, and gives back
+// what it took. Asking costs two
 // seeks, which throw away the stream's buffer, so a file of many small records (or of
 // garbage that looks like them) would read at a fraction of stream speed. Larger claims
 // are checked before anything is allocated.
-constexpr std::int64_t kUncheckedReadBytes = 64 * 1024;
+constexpr std::int64_t kUncheckedReadBytes = 16 * 1024;
 
 // Bytes left between the read position and the end of the stream; 0 when the stream has
 // failed or is at its end, and 0 for a stream whose position cannot be told (a pipe),

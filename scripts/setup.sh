@@ -15,6 +15,9 @@ APT_PACKAGES=(
   libegl-mesa0 libgl1-mesa-dri         # Mesa: software rendering for headless contexts
   libpng-dev                           # PNG output of the gallery
   libpython3.11-dev                    # Python embedding for the OpenUSD C++ libraries
+  clang libclang-rt-14-dev             # fuzz targets (libFuzzer) and ThreadSanitizer
+  libomp-14-dev                        # LLVM's OpenMP runtime with Archer, for ThreadSanitizer
+  util-linux                           # taskset, for the determinism test
 )
 
 missing=()

@@ -43,21 +43,35 @@ void writeSection(std::ofstream& file, const char* tag, const ZArray<T>& a) {
 
 void writeFloat(std::ofstream& file, float v) { file.write(reinterpret_cast<const char*>(&v), sizeof v); }
 
-// Reads one section of n elements. A section the record is too short for still reads as
-// zeros past its end, but every section of a record draws on one allocation budget of four
-// times the bytes the record had when reading began, plus 64 KiB: whatever the counts say,
-// reading a record never allocates beyond a small multiple of its size. The member is
-// replaced; on a refused count it is left alone and the stream failed.
+// The bytes a record still holds, tracked as it is read, and the zero fill it may still
+// take. A section the record is too short for reads as zeros past its end, but only up to
+// 16 KiB of zeros per record: everything else a record allocates is backed by bytes of its
+// input, so whatever its counts say, reading never allocates far beyond the file's size
+// (and two records read from one file share its bytes).
+struct RecordBudget {
+    int64_t left;
+    int64_t zeroFill = 16 * 1024;
+};
+
+// Reads one section of n elements, replacing the member; on a refused count the member is
+// left alone and the stream failed.
 template <typename T>
-bool readFixed(std::ifstream& file, ZArray<T>& a, int n, int64_t& budget) {
+bool readFixed(std::ifstream& file, ZArray<T>& a, int n, RecordBudget& budget) {
     if (n < 1) { a.clear(); return true; }
     const int64_t bytes = static_cast<int64_t>(n) * static_cast<int64_t>(sizeof(T));
-    if (bytes > budget) {
+    const int64_t backed = std::min(bytes, std::max<int64_t>(budget.left, 0));
+    if (bytes - backed > budget.zeroFill) {
         markFailed(file);
         return false;
     }
-    budget -= bytes;
+    budget.zeroFill -= bytes - backed;
+    budget.left -= backed;
     return a.readExactly(file, n);
+}
+
+template <typename T>
+int64_t setArrayBytes(const ZSetArray<T>& a) {
+    return 8 + 4 * static_cast<int64_t>(a.counts.size()) + static_cast<int64_t>(sizeof(T) * a.values.size());
 }
 
 } // namespace
@@ -182,16 +196,22 @@ void ZFollicles::read(std::ifstream& file) {
     readPod(file, sections);
     if (sections == 0) { reset(); return; }
 
-    // What the stream holds for this record bounds every count taken from it.
-    int64_t budget = 4 * ZStreamRemaining(file) + (int64_t(64) << 10);
+    // What the stream holds for this record bounds every count taken from it: asked once,
+    // then counted down by what each part of the record consumes.
+    RecordBudget budget{ZStreamRemaining(file)};
+    auto maximum = [&](float& m) {
+        budget.left -= 4;
+        return readPod(file, m);
+    };
     ZString tag;
     for (int32_t s = 0; s < sections; ++s) {
         // A record can name at most as many sections as it has bytes left: stop as soon as
         // the stream has nothing more to give, however large the count.
         if (!file.good() || !tag.read(file, true)) break;
+        budget.left -= 4 + static_cast<int64_t>(tag.size());
         bool ok = true;
         if (tag == "ln1") {
-            ok = readFixed(file, ln1, n, budget) && readPod(file, maxLn1);
+            ok = readFixed(file, ln1, n, budget) && maximum(maxLn1);
         } else if (tag == "axs") {
             ok = readFixed(file, axs, n, budget);
         } else if (tag == "uid") {
@@ -207,7 +227,7 @@ void ZFollicles::read(std::ifstream& file) {
         } else if (tag == "nmp") {
             ok = readFixed(file, nmp, n, budget);
         } else if (tag == "ln0") {
-            ok = readFixed(file, ln0, n, budget) && readPod(file, maxLn0);
+            ok = readFixed(file, ln0, n, budget) && maximum(maxLn0);
         } else if (tag == "rxy") {
             ok = readFixed(file, rxy, n, budget);
         } else if (tag == "twh") {
@@ -220,8 +240,10 @@ void ZFollicles::read(std::ifstream& file) {
             ok = readFixed(file, rop, n, budget);
         } else if (tag == "bdi") {
             ok = bdi.read(file);
+            budget.left -= setArrayBytes(bdi);
         } else if (tag == "bdw") {
             ok = bdw.read(file);
+            budget.left -= setArrayBytes(bdw);
         }
         // Any other tag: nothing consumed, the next tag is read from here.
         if (!ok) break;

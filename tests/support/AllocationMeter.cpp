@@ -25,8 +25,18 @@ void give(void* p) {
 }
 } // namespace
 
+// Every form of the plain and the nothrow operators is replaced together, so that memory
+// from any of them is given back through the same pair (a sanitizer checks that).
 void* operator new(std::size_t n) { return take(n); }
 void* operator new[](std::size_t n) { return take(n); }
+void* operator new(std::size_t n, const std::nothrow_t&) noexcept {
+    try { return take(n); } catch (...) { return nullptr; }
+}
+void* operator new[](std::size_t n, const std::nothrow_t&) noexcept {
+    try { return take(n); } catch (...) { return nullptr; }
+}
+void operator delete(void* p, const std::nothrow_t&) noexcept { give(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept { give(p); }
 void operator delete(void* p) noexcept { give(p); }
 void operator delete[](void* p) noexcept { give(p); }
 void operator delete(void* p, std::size_t) noexcept { give(p); }
