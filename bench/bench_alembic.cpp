@@ -12,6 +12,7 @@
 #include <iostream>
 #include <string>
 
+#include "BenchSupport.h"
 #include "base/UlmexBase.h"
 
 using namespace Ulmex;
@@ -77,16 +78,8 @@ const Peer& peer() {
     ran = true;
     const std::string cmd = std::string("'") + GROOMCORE_PYTHON + "' '" + GROOMCORE_BENCH_SOURCE_DIR +
                             "/alembic_bench_peer.py' read '" + dir() + "' " + std::to_string(kSamples);
-    FILE* f = ::popen(cmd.c_str(), "r");
-    if (!f) return p;
-    std::string out;
-    char buf[512];
-    while (std::fgets(buf, sizeof buf, f)) out += buf;
-    ::pclose(f);
-    auto number = [&](const char* key) {
-        const size_t at = out.find(std::string("\"") + key + "\": ");
-        return at == std::string::npos ? -1.0 : std::atof(out.c_str() + at + std::strlen(key) + 4);
-    };
+    const std::string out = bench::run(cmd);
+    auto number = [&](const char* key) { return bench::jsonNumber(out, key); };
     p.mesh = number("mesh_s");
     p.tree = number("tree_s");
     return p;

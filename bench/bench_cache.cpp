@@ -25,6 +25,7 @@
 #include <memory>
 #include <string>
 
+#include "BenchSupport.h"
 #include "cache/RuvoMisc.h"
 #include "cache/ZCacheData.h"
 #include "common/AnimatedGroom.h"
@@ -34,14 +35,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-int envInt(const char* name, int fallback) {
-    const char* v = std::getenv(name);
-    return v && *v ? std::atoi(v) : fallback;
-}
-
-const int kStrands = envInt("GROOMCORE_BENCH_STRANDS", 1000000);
-const int kCVs = envInt("GROOMCORE_BENCH_CVS", 16);
-const int kFrames = envInt("GROOMCORE_BENCH_FRAMES", 24);
+const int kStrands = bench::envInt("GROOMCORE_BENCH_STRANDS", 1000000);
+const int kCVs = bench::envInt("GROOMCORE_BENCH_CVS", 16);
+const int kFrames = bench::envInt("GROOMCORE_BENCH_FRAMES", 24);
 
 examples::AnimatedGroom& groom() {
     static std::unique_ptr<examples::AnimatedGroom> g;
@@ -50,34 +46,13 @@ examples::AnimatedGroom& groom() {
 }
 
 fs::path scratch() {
-    const char* dir = std::getenv("GROOMCORE_BENCH_DIR");
-    static const fs::path p = fs::path(dir && *dir ? dir : fs::temp_directory_path().string()) / "groomcore-bench-cache";
+    static const fs::path p = bench::scratch("groomcore-bench-cache");
     return p;
 }
 
-uint64_t bytesUnder(const fs::path& dir) {
-    uint64_t total = 0;
-    for (const auto& e : fs::recursive_directory_iterator(dir))
-        if (e.is_regular_file()) total += e.file_size();
-    return total;
-}
-
-template <typename F>
-double seconds(F&& f) {
-    const auto t0 = std::chrono::steady_clock::now();
-    f();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-}
-
-// Every writer starts from the same state of the machine: nothing dirty waiting to be
-// written back, and (where the process may) an empty page cache, so that no writer pays
-// for reclaiming the pages an earlier one left. Without it the order of the benchmarks
-// decides the bake times by a factor of up to 5. Returns whether the cache was dropped.
-bool settle() {
-    ::sync();
-    std::ofstream drop("/proc/sys/vm/drop_caches");
-    return drop && (drop << "1").flush();
-}
+using bench::bytesUnder;
+using bench::seconds;
+using bench::settle;
 
 void setup(benchmark::State& state) {
     state.counters["strands"] = kStrands;
@@ -259,19 +234,8 @@ PeerResult& peer() {
                             "/alembic_curves_peer.py' '" + (scratch() / "groomcore" / "hair").string() + "' " +
                             std::to_string(kFrames) + " '" + abc.string() + "'";
     settle();
-    FILE* p = ::popen(cmd.c_str(), "r");
-    if (!p) return r;
-    std::string out;
-    char buf[512];
-    while (std::fgets(buf, sizeof buf, p)) out += buf;
-    if (::pclose(p) != 0) {
-        std::cerr << "peer failed: " << out << "\n";
-        return r;
-    }
-    auto number = [&](const char* key) {
-        const size_t at = out.find(std::string("\"") + key + "\": ");
-        return at == std::string::npos ? -1.0 : std::atof(out.c_str() + at + std::strlen(key) + 4);
-    };
+    const std::string out = bench::run(cmd);
+    auto number = [&](const char* key) { return bench::jsonNumber(out, key); };
     r.write = number("write_s_per_frame");
     r.read = number("read_s_per_frame");
     r.bytes = number("bytes");

@@ -24,6 +24,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "common/AnimatedGroom.h"
 #include "usd/ZCurvesToUSD.h"
 
@@ -32,14 +33,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-int envInt(const char* name, int fallback) {
-    const char* v = std::getenv(name);
-    return v && *v ? std::atoi(v) : fallback;
-}
-
-const int kStrands = envInt("GROOMCORE_BENCH_STRANDS", 1000000);
-const int kCVs = envInt("GROOMCORE_BENCH_CVS", 16);
-const int kFrames = envInt("GROOMCORE_BENCH_FRAMES", 24);
+const int kStrands = bench::envInt("GROOMCORE_BENCH_STRANDS", 1000000);
+const int kCVs = bench::envInt("GROOMCORE_BENCH_CVS", 16);
+const int kFrames = bench::envInt("GROOMCORE_BENCH_FRAMES", 24);
 
 examples::AnimatedGroom& groom() {
     static std::unique_ptr<examples::AnimatedGroom> g;
@@ -52,17 +48,13 @@ examples::AnimatedGroom& groom() {
 }
 
 fs::path scratch() {
-    const char* dir = std::getenv("GROOMCORE_BENCH_DIR");
-    static const fs::path p = fs::path(dir && *dir ? dir : fs::temp_directory_path().string()) / "groomcore-bench-usd";
+    static const fs::path p = bench::scratch("groomcore-bench-usd");
     return p;
 }
 
-uint64_t bytesUnder(const fs::path& dir) {
-    uint64_t total = 0;
-    for (const auto& e : fs::recursive_directory_iterator(dir))
-        if (e.is_regular_file()) total += e.file_size();
-    return total;
-}
+using bench::bytesUnder;
+using bench::seconds;
+using bench::settle;
 
 // Resident and peak resident memory of this process, in MiB.
 double statusMiB(const char* key) {
@@ -71,21 +63,6 @@ double statusMiB(const char* key) {
     while (std::getline(in, line))
         if (line.rfind(key, 0) == 0) return std::atof(line.c_str() + std::strlen(key)) / 1024.0;
     return 0;
-}
-
-template <typename F>
-double seconds(F&& f) {
-    const auto t0 = std::chrono::steady_clock::now();
-    f();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-}
-
-// Every writer starts with nothing dirty waiting for write-back and (as root) an empty
-// page cache, so that none pays for the pages another left (see bench_cache.cpp).
-bool settle() {
-    ::sync();
-    std::ofstream drop("/proc/sys/vm/drop_caches");
-    return drop && (drop << "1").flush();
 }
 
 void setup(benchmark::State& state) {
@@ -219,19 +196,8 @@ PeerResult& peer() {
                             "/usd_export_peer.py' '" + (scratch() / "raw").string() + "' " + std::to_string(kFrames) +
                             " '" + (scratch() / "peer").string() + "'";
     settle();
-    FILE* p = ::popen(cmd.c_str(), "r");
-    if (!p) return r;
-    std::string out;
-    char buf[512];
-    while (std::fgets(buf, sizeof buf, p)) out += buf;
-    if (::pclose(p) != 0) {
-        std::cerr << "peer failed: " << out << "\n";
-        return r;
-    }
-    auto number = [&](const char* key) {
-        const size_t at = out.find(std::string("\"") + key + "\": ");
-        return at == std::string::npos ? -1.0 : std::atof(out.c_str() + at + std::strlen(key) + 4);
-    };
+    const std::string out = bench::run(cmd);
+    auto number = [&](const char* key) { return bench::jsonNumber(out, key); };
     r.oneFile = number("one_file_s_per_frame");
     r.perFrame = number("per_frame_s_per_frame");
     r.oneFirst = number("one_file_first_s");
