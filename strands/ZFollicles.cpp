@@ -209,6 +209,9 @@ void ZFollicles::read(std::ifstream& file) {
         // the stream has nothing more to give, however large the count.
         if (!file.good() || !tag.read(file, true)) break;
         budget.left -= 4 + static_cast<int64_t>(tag.size());
+        // Every known tag has three letters: anything else is skipped without comparing it
+        // to each of them, which keeps a record of garbage tags at stream speed.
+        if (tag.size() != 3) continue;
         bool ok = true;
         if (tag == "ln1") {
             ok = readFixed(file, ln1, n, budget) && maximum(maxLn1);
