@@ -128,7 +128,7 @@ def compare_layers(ours_path, ref_path):
     return diffs
 
 
-# The design authors no stage units or up axis: the host's scene, which references these
+# The exporter authors no stage units or up axis on purpose: the host's scene, which references these
 # files, carries them. The one validator that asks for them on every layer is expected to
 # report exactly that, and nothing else.
 BY_DESIGN = ("usdGeomValidators:StageMetadataChecker", "usdValidation:StageMetadataChecker")
@@ -136,7 +136,7 @@ BY_DESIGN = ("usdGeomValidators:StageMetadataChecker", "usdValidation:StageMetad
 
 def validation_errors(path):
     """usd-core's validators (the successor of the compliance checker and usdchecker) on
-    one file, less the stage-metadata findings the design accepts."""
+    one file, less the stage-metadata findings accepted on purpose."""
     validators = UsdValidation.ValidationRegistry().GetOrLoadAllValidators()
     stage = Usd.Stage.Open(path)
     errors = UsdValidation.ValidationContext(validators).Validate(stage)

@@ -6,7 +6,7 @@ the exporter's design gives it, from the same inputs and op script as usd_export
 Feathers placed along their strand (binding schemes 4 and 6) come from the driver's
 BASEPATH.placed.N files, computed by ZFeather::deform: the placement is the library's,
 what is authored from it is under test here. Rigid placement is computed here, in float32
-with the C library's cosf and sinf, in the order the design gives.
+with the C library's cosf and sinf, in the documented order of operations.
 """
 import ctypes
 import math
@@ -372,7 +372,7 @@ class Exporter:
                 if fe.txmultiUV != 0:
                     pv.CreatePrimvar("txmultiUV", Sdf.ValueTypeNames.Int).Set(fe.txmultiUV)
             if fe.has_curves():
-                # Run once for every feather with curves, as the design has it: the same
+                # Run once for every feather with curves, as the exporter's contract has it: the same
                 # prim and values each time.
                 curves = UsdGeom.BasisCurves.Define(self.stage,
                                                     prim.GetPath().AppendChild(self.name + "_combine_curves"))
