@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs everything groomcore needs on a fresh Debian machine (run as root) and is safe
 # to run again: Debian packages that are missing, then the project's Python virtual
-# environment in .venv. Prints what it does; does nothing when all is in place.
+# environment in .venv, and OpenUSD's C++ libraries in the prefix .deps/openusd. Prints what it
+# does; does nothing when all is in place.
 set -euo pipefail
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 
@@ -48,5 +49,24 @@ if [ ! -f "$STAMP" ] || [ "$(cat "$STAMP")" != "$want" ]; then
   "$VENV/bin/python" -m pip install -q --upgrade pip
   "$VENV/bin/python" -m pip install -q -r "$REQ"
   echo "$want" > "$STAMP"
+fi
+
+# OpenUSD's C++ side in a prefix of its own, with plug-in files naming its own libraries
+# (scripts/openusd_prefix.py says why). Built aside and moved in whole, so an interrupted
+# run never leaves a half prefix in place.
+USD_PREFIX="$ROOT/.deps/openusd"
+USD_REQ="$ROOT/scripts/openusd-requirements.txt"
+USD_STAMP="$USD_PREFIX/.requirements.sha256"
+want="$(cat "$USD_REQ" "$ROOT/scripts/openusd_prefix.py" | sha256sum | cut -d' ' -f1)"
+if [ ! -f "$USD_STAMP" ] || [ "$(cat "$USD_STAMP")" != "$want" ]; then
+  echo "setup: installing OpenUSD's C++ libraries into $USD_PREFIX"
+  staging="$ROOT/.deps/openusd.partial"
+  rm -rf "$staging"
+  mkdir -p "$ROOT/.deps"
+  "$VENV/bin/python" -m pip install -q --no-deps --target "$staging" -r "$USD_REQ"
+  "$VENV/bin/python" "$ROOT/scripts/openusd_prefix.py" "$staging"
+  echo "$want" > "$staging/.requirements.sha256"
+  rm -rf "$USD_PREFIX"
+  mv "$staging" "$USD_PREFIX"
 fi
 echo "setup: ready"

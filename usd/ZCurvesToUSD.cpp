@@ -1,7 +1,10 @@
 #include "usd/ZCurvesToUSD.h"
 
+#include <dlfcn.h>
+#include <pxr/plug/registry.h>
 #include <pxr/sdf/attributeSpec.h>
 #include <pxr/sdf/primSpec.h>
+#include <pxr/sdf/schema.h>
 #include <pxr/sdf/types.h>
 #include <pxr/vt/array.h>
 
@@ -10,6 +13,7 @@
 #include <climits>
 #include <cmath>
 #include <cstdio>
+#include <mutex>
 #include <string>
 
 using namespace Ulmex;
@@ -247,7 +251,33 @@ std::string attributeFileName(const ZCurvesToUSD& x) {
     return x.perFrameFiles ? fileName(x, "%s.%s_%s.0000%s") : fileName(x, "%s.%s_%s%s");
 }
 
+// UsdGeom declares the primvar field "interpolation" in its plug-in information; Sdf alone
+// does not know it and refuses to author it. Where the OpenUSD in the process stops at Sdf
+// (the project's own does), the exporter declares the field itself, from the resource
+// plug-in installed beside this library (groomcore/usd/resources/plugInfo.json), with the
+// definition UsdGeom gives it. A process whose OpenUSD has UsdGeom keeps its own.
+void declareUsdGeomFields() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        if (SdfSchema::GetInstance().IsRegistered(interpolationKey())) return;
+        Dl_info info{};
+        std::string dir;
+        if (dladdr(reinterpret_cast<void*>(&declareUsdGeomFields), &info) && info.dli_fname) {
+            dir = info.dli_fname;
+            dir = dir.substr(0, dir.find_last_of('/') + 1);
+        }
+        const std::string plugin = dir + "groomcore/usd/resources/plugInfo.json";
+        PlugRegistry::GetInstance().RegisterPlugins(plugin);
+        if (!SdfSchema::GetInstance().IsRegistered(interpolationKey()))
+            std::fprintf(stderr,
+                         "ZCurvesToUSD: OpenUSD knows no \"interpolation\" field and %s does not declare it: "
+                         "primvar interpolations cannot be written\n",
+                         plugin.c_str());
+    });
+}
+
 SdfLayerRefPtr findOrCreate(const std::string& path) {
+    declareUsdGeomFields();
     SdfLayerRefPtr layer = SdfLayer::FindOrOpen(path);
     if (!layer) layer = SdfLayer::CreateNew(path);
     return layer;

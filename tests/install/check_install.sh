@@ -1,14 +1,55 @@
 #!/usr/bin/env bash
-# Installs groomcore from a build tree, moves the installed tree elsewhere (the package must
-# be relocatable), then configures, builds and runs a consumer against the moved copy.
+# The installed package as a host meets it:
+#   1. install from a build tree and move the installed tree elsewhere (it must be
+#      relocatable), then scan it for any absolute path of this machine's build;
+#   2. a core-only consumer, built with CMake's defaults against the moved copy, runs with
+#      no environment at all and loads neither OpenUSD nor libpython;
+#   3. a USD consumer (the export driver of the test suite) runs with only OpenUSD's
+#      library directory on the loader path, and its files equal usd-core's reference
+#      writer's.
+#
+#   check_install.sh BUILD_DIR SOURCE_DIR OPENUSD_ROOT OPENUSD_LIBDIR PYTHON
 set -euo pipefail
-BUILD="$1"
-SRC="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
+BUILD="$(cd "$1" && pwd)"
+SOURCE="$(cd "$2" && pwd)"
+OPENUSD_ROOT="$3"
+OPENUSD_LIBDIR="$4"
+PYTHON="$5"
+HERE="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 WORK="$(mktemp -d)"
 trap 'rm -rf "$WORK"' EXIT
+fail() { echo "install check: $*" >&2; exit 1; }
+
 cmake --install "$BUILD" --prefix "$WORK/first" >/dev/null
 mv "$WORK/first" "$WORK/moved"
-cmake -S "$SRC/consumer" -B "$WORK/build" -DCMAKE_PREFIX_PATH="$WORK/moved" -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$WORK/build" >/dev/null
-cd "$WORK/build"
-./consumer
+PREFIX="$WORK/moved"
+
+# 1. No installed file, text or binary, names a folder of this build.
+VENV="$("$PYTHON" -c 'import sys; print(sys.prefix)')"
+PYBASE="$("$PYTHON" -c 'import sys; print(sys.base_prefix)')"
+for path in "$SOURCE" "$BUILD" "$(realpath "$OPENUSD_ROOT")" "$VENV" "$PYBASE" "$WORK/first"; do
+  if hits="$(grep -rlF -- "$path" "$PREFIX")"; then
+    fail "installed files name $path: $hits"
+  fi
+done
+[ -f "$PREFIX/lib/libgroomcore_usd.so" ] || fail "no libgroomcore_usd.so installed"
+[ -f "$PREFIX/lib/groomcore/usd/resources/plugInfo.json" ] || fail "the exporter's plug-in file is not installed"
+
+# 2. Core only: runs with an empty environment; neither OpenUSD nor Python is loaded.
+cmake -S "$HERE/consumer" -B "$WORK/core" -DCMAKE_PREFIX_PATH="$PREFIX" -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build "$WORK/core" >/dev/null
+(cd "$WORK/core" && env -i ./consumer) || fail "the core consumer does not run without an environment"
+deps="$(env -i ldd "$WORK/core/consumer")"
+if grep -E "libPxr|libpython|libtbb|not found" <<<"$deps"; then
+  fail "the core consumer loads OpenUSD or Python, or misses a library"
+fi
+
+# 3. USD: built against the moved package and OpenUSD found through GROOMCORE_OPENUSD_ROOT;
+# run with only OpenUSD's library directory on the loader path (check_usd_export.py runs
+# the driver with no other variable) and compared with usd-core's writer.
+cmake -S "$HERE/usd_consumer" -B "$WORK/usd" -DCMAKE_PREFIX_PATH="$PREFIX" -DCMAKE_BUILD_TYPE=Release \
+  -DGROOMCORE_OPENUSD_ROOT="$OPENUSD_ROOT" -DDRIVER_SOURCE="$SOURCE/tests/usd/usd_export_driver.cpp" >/dev/null
+cmake --build "$WORK/usd" >/dev/null
+GROOMCORE_DRIVER_LIBRARY_PATH="$OPENUSD_LIBDIR" "$PYTHON" "$SOURCE/tests/usd/check_usd_export.py" \
+  "$WORK/usd/usd_consumer" curves_high_r1_normals curves_low_r05 feathers_deform_scheme4
+echo "install check: relocated package scanned clean; core consumer without OpenUSD or Python; USD consumer equal to usd-core"

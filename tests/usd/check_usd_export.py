@@ -5,9 +5,15 @@ variability, custom flag, metadata, default value and time samples (floats bit f
 and no property or prim on one side only. Every exported file must also pass usd-core's
 compliance checker.
 
+The driver runs on its own OpenUSD alone: its environment holds nothing of this process
+(whose usd-core is another OpenUSD release), only the sanitizers' settings and, when
+GROOMCORE_DRIVER_LIBRARY_PATH is set, that loader path. Every plug-in file it reads is
+checked to lie outside this Python environment.
+
     check_usd_export.py DRIVER [SCENARIO ...]
 """
 import os
+import re
 import shutil
 import subprocess
 import sys
@@ -149,6 +155,24 @@ def validation_errors(path):
     return out
 
 
+def driver_env():
+    env = {k: v for k, v in os.environ.items() if re.fullmatch(r"(ASAN|LSAN|UBSAN|TSAN|ARCHER)_OPTIONS|OMP_.*", k)}
+    env["TF_DEBUG"] = "PLUG_INFO_SEARCH"
+    if os.environ.get("GROOMCORE_DRIVER_LIBRARY_PATH"):
+        env["LD_LIBRARY_PATH"] = os.environ["GROOMCORE_DRIVER_LIBRARY_PATH"]
+    return env
+
+
+def plugin_problems(log):
+    """The plug-in files the driver read: at least Sdf's, none from this Python environment."""
+    read = re.findall(r"Will read plugin info (\S+)", log)
+    problems = ["the driver read plug-in information of usd-core: " + p
+                for p in read if os.path.realpath(p).startswith(os.path.realpath(sys.prefix) + os.sep)]
+    if not any(p.endswith("/sdf/resources/plugInfo.json") for p in read):
+        problems.append("the driver found no plug-in information for Sdf: %s" % read)
+    return problems
+
+
 def run(driver, name, data, script):
     work = tempfile.mkdtemp(prefix="groomcore-usd-%s-" % name)
     write_inputs(os.path.join(work, "inputs.bin"), data)
@@ -156,8 +180,11 @@ def run(driver, name, data, script):
         f.write(script)
     for side in ("ours", "ref"):
         os.makedirs(os.path.join(work, side))
-    subprocess.run([driver, os.path.join(work, "inputs.bin"), os.path.join(work, "ops.txt"),
-                    os.path.join(work, "ours", "hair")], check=True)
+    done = subprocess.run([driver, os.path.join(work, "inputs.bin"), os.path.join(work, "ops.txt"),
+                           os.path.join(work, "ours", "hair")], env=driver_env(), check=True,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    problems = plugin_problems(done.stdout)
+    problems += [line for line in done.stdout.splitlines() if "Error" in line or "ZCurvesToUSD:" in line]
     # The reference reads the driver's placements of deformed feathers from its own side.
     for f in os.listdir(os.path.join(work, "ours")):
         if ".placed." in f:
@@ -166,7 +193,6 @@ def run(driver, name, data, script):
                              os.path.join(work, "ref", "hair"))
     ours = sorted(f for f in os.listdir(os.path.join(work, "ours")) if f.endswith(".usd"))
     ref = sorted(f for f in os.listdir(os.path.join(work, "ref")) if f.endswith(".usd"))
-    problems = []
     if ours != ref:
         problems.append("files differ: %s vs %s" % (ours, ref))
     for f in sorted(set(ours) & set(ref)):
