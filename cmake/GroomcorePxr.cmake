@@ -16,6 +16,26 @@ set(GROOMCORE_OPENUSD_ROOT "${PROJECT_SOURCE_DIR}/.deps/openusd" CACHE PATH
 pxr-*-dev prefix, or a full or DCC OpenUSD build (the folder holding pxrConfig.cmake)")
 get_filename_component(_usd_root "${GROOMCORE_OPENUSD_ROOT}" ABSOLUTE)
 
+# `pip install .` from a clean clone: the project's own OpenUSD is made in the build tree
+# the way scripts/setup.sh makes it, when setup has not run.
+if(SKBUILD AND NOT EXISTS "${_usd_root}" AND _usd_root STREQUAL "${PROJECT_SOURCE_DIR}/.deps/openusd")
+  set(_usd_root "${CMAKE_BINARY_DIR}/openusd")
+  if(NOT EXISTS "${_usd_root}/pxr/lib/libPxrPlug.so")
+    message(STATUS "Installing OpenUSD's C++ libraries into ${_usd_root}")
+    execute_process(COMMAND "${Python_EXECUTABLE}" -m pip install -q --no-deps --target "${_usd_root}"
+                            -r "${PROJECT_SOURCE_DIR}/scripts/openusd-requirements.txt"
+                    RESULT_VARIABLE _rc)
+    if(_rc EQUAL 0)
+      execute_process(COMMAND "${Python_EXECUTABLE}" "${PROJECT_SOURCE_DIR}/scripts/openusd_prefix.py" "${_usd_root}"
+                      RESULT_VARIABLE _rc)
+    endif()
+    if(NOT _rc EQUAL 0)
+      message(FATAL_ERROR "Could not install OpenUSD's C++ libraries: run scripts/setup.sh")
+    endif()
+  endif()
+  set(GROOMCORE_OPENUSD_ROOT "${_usd_root}" CACHE PATH "" FORCE)
+endif()
+
 if(EXISTS "${_usd_root}/pxrConfig.cmake")
   # A full build: one package, module targets without a namespace, libraries in lib/.
   find_package(pxr CONFIG REQUIRED PATHS "${_usd_root}" NO_DEFAULT_PATH)

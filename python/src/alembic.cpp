@@ -1,0 +1,113 @@
+// The base library's Alembic reader: archives, objects, their transforms and meshes.
+#include <nanobind/stl/optional.h>
+#include <nanobind/stl/tuple.h>
+#include <nanobind/stl/vector.h>
+
+#include <optional>
+
+#include "common.h"
+#include "validate.h"
+
+using namespace Ulmex;
+
+namespace gcpy {
+
+void bindAlembic(nb::module_& m) {
+    nb::class_<ZAlembicObject>(m, "ZAlembicObject", "An object of an Alembic archive; it keeps its file mapped.")
+        .def(nb::init<>())
+        .def("name", &ZAlembicObject::name, doc("ZAlembicObject.name"))
+        .def("fullPath", &ZAlembicObject::fullPath)
+        .def("isLeaf", &ZAlembicObject::isLeaf)
+        .def("numChildren", &ZAlembicObject::numChildren, release())
+        .def(
+            "getChild",
+            [](const ZAlembicObject& o, int index) -> std::optional<ZAlembicObject> {
+                ZAlembicObject child;
+                bool ok;
+                {
+                    nb::gil_scoped_release unlocked;
+                    ok = o.getChild(index, child);
+                }
+                if (!ok) return std::nullopt;
+                return child;
+            },
+            nb::arg("index"), "The child at index, or None for an index out of range.")
+        .def(
+            "getTransformations",
+            [](const ZAlembicObject& o, int sample) -> std::optional<std::tuple<ZVector, ZVector, ZVector>> {
+                ZVector t, r, s;
+                if (!o.getTransformations(t, r, s, sample)) return std::nullopt;
+                return std::make_tuple(t, r, s);
+            },
+            nb::arg("sample"),
+            "(translate, rotateDegrees, scale) of an Xform at the sample, or None for an object that is not a "
+            "transform. The C++ reader's rules hold: a missing op gives 0, 0 and 1.")
+        .def(
+            "getPolyMeshData",
+            [](const ZAlembicObject& o, int sample) -> nb::object {
+                ZVectorArray points, velocities;
+                ZIntArray counts, connections, uvIndices;
+                ZBoundingBox box;
+                ZMatrix world;
+                ZFloatArray uvs;
+                bool ok;
+                {
+                    nb::gil_scoped_release unlocked;
+                    ok = o.getPolyMeshData(&points, &velocities, &counts, &connections, &box, &world, &uvs, &uvIndices,
+                                           sample);
+                }
+                if (!ok) return nb::none();
+                return nb::make_tuple(owned(std::move(points)), owned(std::move(velocities)), owned(std::move(counts)),
+                                      owned(std::move(connections)), box, world, owned(std::move(uvs)),
+                                      owned(std::move(uvIndices)));
+            },
+            nb::arg("sample"),
+            nb::sig("def getPolyMeshData(self, sample: int) -> tuple[numpy.typing.NDArray[numpy.float32], "
+                    "numpy.typing.NDArray[numpy.float32], numpy.typing.NDArray[numpy.int32], "
+                    "numpy.typing.NDArray[numpy.int32], ZBoundingBox, ZMatrix, numpy.typing.NDArray[numpy.float32], "
+                    "numpy.typing.NDArray[numpy.int32]] | None"),
+            "(points, velocities, counts, connections, box, worldMatrix, uvs, uvIndices) of a PolyMesh at the "
+            "sample, or None for an object that is not a polygon mesh. As the C++ reader: uvs holds two floats per "
+            "value; plain UVs come with the indices 0, 1, 2, ...")
+        .def("schema", &ZAlembicObject::schema, doc("ZAlembicObject.schema"))
+        .def("__repr__", [](const ZAlembicObject& o) { return "<ZAlembicObject " + std::string(o.fullPath()) + ">"; });
+
+    nb::class_<ZAlembicArchive>(m, "ZAlembicArchive", "An Ogawa Alembic archive, read-only and memory-mapped.")
+        .def(nb::init<>())
+        .def("open", &ZAlembicArchive::open, nb::arg("path"), release(), doc("ZAlembicArchive.open"))
+        .def("close", &ZAlembicArchive::close)
+        .def("isOpen", &ZAlembicArchive::isOpen)
+        .def("topObject", &ZAlembicArchive::topObject, doc("ZAlembicArchive.topObject"));
+
+    m.def(
+        "GetAllDescendantObjects",
+        [](const ZAlembicObject& object, bool leavesOnly) {
+            ZAlembicObjectArray found;
+            {
+                nb::gil_scoped_release unlocked;
+                GetAllDescendantObjects(object, found, leavesOnly);
+            }
+            std::vector<ZAlembicObject> out;
+            out.reserve(size_t(found.length()));
+            for (int i = 0; i < found.length(); ++i) out.push_back(found[i]);
+            return out;
+        },
+        nb::arg("object"), nb::arg("leavesOnly"), doc("GetAllDescendantObjects"));
+
+    m.def(
+        "ReverseConnections",
+        [](nb::handle counts, nb::handle connections) {
+            ZIntArray c, v;
+            assign(c, counts, "counts");
+            assign(v, connections, "connections");
+            ReverseConnections(c, v);
+            return owned(std::move(v));
+        },
+        nb::arg("counts"), nb::arg("connections"),
+        nb::sig("def ReverseConnections(counts: numpy.typing.NDArray[numpy.int32], connections: "
+                "numpy.typing.NDArray[numpy.int32]) -> numpy.typing.NDArray[numpy.int32]"),
+        "The connections with every polygon's vertex order reversed, its first vertex kept first (a new array; "
+        "the C++ function works in place).");
+}
+
+} // namespace gcpy

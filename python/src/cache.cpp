@@ -1,0 +1,181 @@
+// The cache: ZCacheData and ZCacheData2, the readers of RuvoMisc and the body rebinding.
+// The cache classes point at the host's data; in Python their pointer fields hold the
+// objects they are given, which stay alive as long as they are set.
+#include <nanobind/stl/optional.h>
+#include <nanobind/stl/tuple.h>
+
+#include <optional>
+#include <sstream>
+
+#include "cache/RuvoMisc.h"
+#include "cache/ZCacheData.h"
+#include "cache/ZCacheData2.h"
+#include "common.h"
+#include "pointers.h"
+#include "validate.h"
+
+using namespace Ulmex;
+
+namespace gcpy {
+
+namespace {
+
+template <typename C>
+void cacheClass(nb::module_& m, const char* name) {
+    nb::class_<C> cls(m, name, nb::dynamic_attr(), doc(name));
+    cls.def(nb::init<>())
+        .def_rw("cacheType", &C::cacheType, doc("ZCacheData.cacheType"))
+        .def_rw("nodeName", &C::nodeName, doc("ZCacheData.nodeName"))
+        .def_rw("nodeType", &C::nodeType)
+        .def_rw("meshNodeName", &C::meshNodeName)
+        .def_rw("bindingScheme", &C::bindingScheme)
+        .def_rw("textureType", &C::textureType)
+        .def_rw("cacheFormatVersion", &C::cacheFormatVersion, doc("ZCacheData.cacheFormatVersion"))
+        .def(
+            "reset",
+            [](nb::handle self) {
+                nb::cast<C&>(self).reset();
+                for (const char* key : {"_follicles", "_curves", "_boundingBox", "_scales", "_rotations", "_folds"})
+                    nb::setattr(self, key, nb::none());
+            },
+            doc(std::string(name) + ".reset"))
+        .def(
+            "bakeStaticData",
+            [](nb::handle self, const ZString& path) {
+                C& c = nb::cast<C&>(self);
+                Transforms t;
+                takeTransforms(self, c, t);
+                nb::gil_scoped_release unlocked;
+                return c.bakeStaticData(path);
+            },
+            nb::arg("path"), doc(std::string(name) + ".bakeStaticData"))
+        .def(
+            "bakePerFrameData",
+            [](nb::handle self, const ZString& path, float frame) {
+                C& c = nb::cast<C&>(self);
+                Transforms t;
+                takeTransforms(self, c, t);
+                nb::gil_scoped_release unlocked;
+                return c.bakePerFrameData(path, frame);
+            },
+            nb::arg("path"), nb::arg("frame"), doc(std::string(name) + ".bakePerFrameData"))
+        .def(
+            "getInfo", [](C& c, const ZString& file) { return c.getInfo(file.c_str()); }, nb::arg("file"),
+            release(), doc(std::string(name) + ".getInfo"))
+        .def("__str__", [](const C& c) {
+            std::ostringstream s;
+            s << c;
+            return s.str();
+        });
+    pointerField(cls, "follicles", &C::follicles, "", "ZFollicles");
+    pointerField(cls, "curves", &C::curves, "", "ZCurves");
+    pointerField(cls, "boundingBox", &C::boundingBox, "ZCacheData.boundingBox", "ZBoundingBox");
+    listField(cls, "feathers", &C::feathers, "ZCacheData.feathers", "ZFeather");
+    transformField<C>(cls, "scales", "numpy.float32");
+    transformField<C>(cls, "rotations", "numpy.float32");
+    transformField<C>(cls, "folds", "numpy.float32");
+    if constexpr (std::is_same_v<C, ZCacheData2>) listField(cls, "sources", &C::sources, "ZCacheData2.sources", "ZSource");
+}
+
+} // namespace
+
+void bindCache(nb::module_& m) {
+    cacheClass<ZCacheData>(m, "ZCacheData");
+    cacheClass<ZCacheData2>(m, "ZCacheData2");
+
+    nb::class_<RuvoCacheInfo>(m, "RuvoCacheInfo", doc("RuvoCacheInfo"))
+        .def("__init__", [](RuvoCacheInfo* info) { new (info) RuvoCacheInfo{{}, {}, {}, {}, 0, 0, 0.f}; })
+        .def_rw("cacheType", &RuvoCacheInfo::cacheType)
+        .def_rw("nodeName", &RuvoCacheInfo::nodeName)
+        .def_rw("nodeType", &RuvoCacheInfo::nodeType)
+        .def_rw("meshNodeName", &RuvoCacheInfo::meshNodeName)
+        .def_rw("bindingScheme", &RuvoCacheInfo::bindingScheme)
+        .def_rw("textureType", &RuvoCacheInfo::textureType)
+        .def_rw("cacheFormatVersion", &RuvoCacheInfo::cacheFormatVersion);
+
+    m.def("isValidCachePathAndCacheName", &isValidCachePathAndCacheName, nb::arg("path"), nb::arg("name"),
+          release(), doc("isValidCachePathAndCacheName"));
+    m.def(
+        "readInfoData", [](const ZString& dir, RuvoCacheInfo& info) { return readInfoData(dir, &info); },
+        nb::arg("cacheDirectory"), nb::arg("info"), release(), doc("readInfoData"));
+    m.def(
+        "readStrandsData",
+        [](const ZString& dir, int frame, ZCurves& curves, ZFollicles& follicles) {
+            refuseIfViewed(curves, "readStrandsData");
+            refuseIfViewed(follicles, "readStrandsData");
+            nb::gil_scoped_release unlocked;
+            return readStrandsData(dir, frame, &curves, &follicles);
+        },
+        nb::arg("cacheDirectory"), nb::arg("frame"), nb::arg("curves"), nb::arg("follicles"), doc("readStrandsData"));
+
+    m.def(
+        "findBodyMeshShapeNode",
+        [](const ZString& path, const ZString& bodyName) -> std::optional<ZAlembicObject> {
+            ZAlembicObject found;
+            bool ok;
+            {
+                nb::gil_scoped_release unlocked;
+                ok = findBodyMeshShapeNode(path, bodyName, &found);
+            }
+            if (!ok) return std::nullopt;
+            return found;
+        },
+        nb::arg("abcPath"), nb::arg("bodyName"), "The one shape node whose name holds bodyName, or None.");
+    m.def(
+        "setRefIdxAndInvRotAndCurves",
+        [](double frame, const ZAlembicObject& object, const ZFollicles& follicles, ZCurves& curves) {
+            // The C++ function trusts that the body is a polygon mesh whose triangles tgl indexes.
+            checkGroom(follicles, curves, Axs, "setRefIdxAndInvRotAndCurves");
+            ZVectorArray points;
+            ZIntArray counts, connections;
+            if (!object.getPolyMeshData(&points, nullptr, &counts, &connections, nullptr, nullptr, nullptr, nullptr,
+                                        static_cast<int>(frame + 0.5)))
+                invalid("setRefIdxAndInvRotAndCurves", "the object " + std::string(object.fullPath()) +
+                                                           " is not a polygon mesh");
+            const ZInt3Array triangles = getv012(counts, connections);
+            for (const auto& t : triangles) checkIndices(std::vector<int>{t[0], t[1], t[2]}, points.size(),
+                                                         "setRefIdxAndInvRotAndCurves", "a body triangle");
+            checkIndices(follicles.tgl, triangles.size(), "setRefIdxAndInvRotAndCurves", "tgl");
+            refuseIfViewed(curves, "setRefIdxAndInvRotAndCurves");
+            ZIntArray refIdx;
+            ZMatrixArray invRot;
+            {
+                nb::gil_scoped_release unlocked;
+                setRefIdxAndInvRotAndCurves(frame, object, follicles, &curves, &refIdx, &invRot);
+            }
+            return nb::make_tuple(owned(std::move(refIdx)), owned(std::move(invRot)));
+        },
+        nb::arg("frame"), nb::arg("object"), nb::arg("follicles"), nb::arg("curves"),
+        nb::sig("def setRefIdxAndInvRotAndCurves(frame: float, object: ZAlembicObject, follicles: ZFollicles, "
+                "curves: ZCurves) -> tuple[numpy.typing.NDArray[numpy.int32], numpy.typing.NDArray[numpy.float32]]"),
+        intern(std::string(doc("setRefIdxAndInvRotAndCurves")) +
+               " Returns (refIdx, invRot) as new arrays; curves are rewritten in place."));
+    m.def(
+        "getv012",
+        [](nb::handle counts, nb::handle connections) {
+            ZIntArray c, v;
+            assign(c, counts, "counts");
+            assign(v, connections, "connections");
+            return owned(getv012(c, v));
+        },
+        nb::arg("counts"), nb::arg("connections"),
+        nb::sig("def getv012(counts: numpy.typing.NDArray[numpy.int32], connections: "
+                "numpy.typing.NDArray[numpy.int32]) -> numpy.typing.NDArray[numpy.int32]"),
+        doc("getv012"));
+    m.def(
+        "getuvs",
+        [](nb::handle counts, nb::handle uvs, nb::handle uvIndices) {
+            ZIntArray c, i;
+            ZFloatArray u;
+            assign(c, counts, "counts");
+            assign(u, uvs, "uvs");
+            assign(i, uvIndices, "uvIndices");
+            return owned(getuvs(c, u, i));
+        },
+        nb::arg("counts"), nb::arg("uvs"), nb::arg("uvIndices"),
+        nb::sig("def getuvs(counts: numpy.typing.NDArray[numpy.int32], uvs: numpy.typing.NDArray[numpy.float32], "
+                "uvIndices: numpy.typing.NDArray[numpy.int32]) -> numpy.typing.NDArray[numpy.float32]"),
+        doc("getuvs"));
+}
+
+} // namespace gcpy

@@ -1,0 +1,99 @@
+// Pointer fields of the classes that point at the host's data (the cache classes, the
+// exporter): in Python they hold the objects they are given, in the instance's dictionary,
+// so those stay alive as long as they are set.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "common.h"
+
+namespace gcpy {
+
+// A pointer field: the Python object is kept in the instance's dictionary under `_name`.
+template <typename C, typename T, typename Cls>
+void pointerField(Cls& cls, const char* name, T* C::*m, const char* docKey, const char* typeName) {
+    const std::string key = std::string("_") + name;
+    cls.def_prop_rw(
+        name, [key](nb::handle self) { return nb::getattr(self, key.c_str(), nb::none()); },
+        [m, key, typeName](nb::handle self, nb::handle value) {
+            if (!value.is_none() && !nb::isinstance<T>(value))
+                throw nb::type_error(intern(key.substr(1) + ": expected " + typeName + " or None, got " +
+                                            nb::type_name(value.type()).c_str()));
+            C& c = nb::cast<C&>(self);
+            c.*m = value.is_none() ? nullptr : &nb::cast<T&>(value);
+            nb::setattr(self, key.c_str(), value);
+        },
+        nb::for_getter(nb::sig(intern("def " + std::string(name) + "(self, /) -> " +
+                                      typeName + " | None"))),
+        nb::for_setter(nb::sig(intern("def " + std::string(name) + "(self, value: " +
+                                      typeName + " | None, /) -> None"))),
+        nb::for_getter(doc(docKey)));
+}
+
+// A list of feathers or sources: kept as a tuple of the objects.
+template <typename C, typename T, typename Cls>
+void listField(Cls& cls, const char* name, std::vector<T*> C::*m, const char* docKey, const char* typeName) {
+    const std::string key = std::string("_") + name;
+    cls.def_prop_rw(
+        name, [key](nb::handle self) { return nb::getattr(self, key.c_str(), nb::tuple()); },
+        [m, key, typeName](nb::handle self, nb::handle value) {
+            std::vector<T*> items;
+            nb::list kept;
+            if (!nb::isinstance<nb::sequence>(value))
+                throw nb::type_error(intern(key.substr(1) + ": expected a sequence of " + typeName));
+            for (nb::handle item : value) {
+                if (!nb::isinstance<T>(item))
+                    throw nb::type_error(intern(key.substr(1) + ": expected a sequence of " + typeName + ", got " +
+                                                nb::type_name(item.type()).c_str()));
+                items.push_back(&nb::cast<T&>(item));
+                kept.append(item);
+            }
+            nb::cast<C&>(self).*m = items;
+            nb::setattr(self, key.c_str(), nb::tuple(kept));
+        },
+        nb::for_getter(nb::sig(intern("def " + std::string(name) + "(self, /) -> tuple[" +
+                                      typeName + ", ...]"))),
+        nb::for_setter(nb::sig(intern("def " + std::string(name) + "(self, value: typing.Sequence[" +
+                                      typeName + "], /) -> None"))),
+        nb::for_getter(doc(docKey)));
+}
+
+// The per-strand feather transforms are numpy arrays in Python; a bake or export copies
+// the current values of the arrays it was given (read at call time, as the C++ pointers
+// would be).
+struct Transforms {
+    Ulmex::ZVectorArray scales, rotations;
+    Ulmex::ZFloatArray folds;
+};
+
+template <typename C>
+void takeTransforms(nb::handle self, C& c, Transforms& t) {
+    auto take = [&](const char* key, auto& array, auto*& pointer) {
+        nb::object value = nb::getattr(self, key, nb::none());
+        if (value.is_none()) {
+            pointer = nullptr;
+            return;
+        }
+        assign(array, value, key + 1);
+        pointer = &array;
+    };
+    take("_scales", t.scales, c.scales);
+    take("_rotations", t.rotations, c.rotations);
+    take("_folds", t.folds, c.folds);
+}
+
+template <typename C, typename Cls>
+void transformField(Cls& cls, const char* name, const char* type) {
+    const std::string key = std::string("_") + name;
+    cls.def_prop_rw(
+        name, [key](nb::handle self) { return nb::getattr(self, key.c_str(), nb::none()); },
+        [key](nb::handle self, nb::handle value) { nb::setattr(self, key.c_str(), value); },
+        nb::for_getter(nb::sig(intern("def " + std::string(name) + "(self, /) -> numpy.typing.NDArray[" + type +
+                                      "] | None"))),
+        nb::for_setter(nb::sig(intern("def " + std::string(name) + "(self, value: numpy.typing.NDArray[" + type +
+                                      "] | None, /) -> None"))),
+        nb::for_getter(intern(std::string("Per strand, or None; read when a bake runs (") + type + ")")));
+}
+
+} // namespace gcpy

@@ -1,0 +1,125 @@
+// ZCurvesToUSD. Its layer lives in the OpenUSD groomcore links, which is not usd-core's
+// `pxr`: `stage` is given to Python as the layer's identifier (the file it writes), which
+// usd-core opens like any other file.
+#include "common.h"
+#include "feathers/ZFeather.h"
+#include "pointers.h"
+#include "usd/ZCurvesToUSD.h"
+#include "validate.h"
+
+using namespace Ulmex;
+
+namespace gcpy {
+
+namespace {
+
+// What the writers read: the strands, their widths, surface coordinates and frames, and in
+// feather mode the feather kinds, lean axes and per-strand transforms.
+void checkExport(const ZCurvesToUSD& x, const char* what) {
+    if (!x.follicles || !x.curves || !x.boundingBox) invalid(what, "follicles, curves and boundingBox must be set");
+    checkGroom(*x.follicles, *x.curves, Uvw | Twh | Rwh | Axs | Rtp, what);
+    if (!x.featherMode) return;
+    checkFollicles(*x.follicles, Rxy, what);
+    const size_t n = x.follicles->tgl.size();
+    if (!x.scales || !x.rotations || !x.folds) invalid(what, "feather mode needs scales, rotations and folds");
+    checkLength(*x.scales, n, what, "scales");
+    checkLength(*x.rotations, n, what, "rotations");
+    checkLength(*x.folds, n, what, "folds");
+    for (const ZFeather* f : x.feathers) {
+        checkTriMesh(f->mesh, what);
+        checkCurves(f->curves, what);
+    }
+}
+
+} // namespace
+
+void bindUsd(nb::module_& m) {
+    using X = ZCurvesToUSD;
+    nb::class_<X> cls(m, "ZCurvesToUSD", nb::dynamic_attr(), doc("ZCurvesToUSD"));
+    cls.def(nb::init<>())
+        .def_rw("name", &X::name, doc("ZCurvesToUSD.name"))
+        .def_rw("reservedText", &X::reservedText)
+        .def_rw("suffix", &X::suffix, doc("ZCurvesToUSD.suffix"))
+        .def_rw("basePath", &X::basePath, doc("ZCurvesToUSD.basePath"))
+        .def_rw("kind", &X::kind, doc("ZCurvesToUSD.kind"))
+        .def_rw("bindingScheme", &X::bindingScheme, doc("ZCurvesToUSD.bindingScheme"))
+        .def_rw("writeNormals", &X::writeNormals, doc("ZCurvesToUSD.writeNormals"))
+        .def_rw("perFrameFiles", &X::perFrameFiles, doc("ZCurvesToUSD.perFrameFiles"))
+        .def_rw("featherMode", &X::featherMode, doc("ZCurvesToUSD.featherMode"))
+        .def_rw("time", &X::time, doc("ZCurvesToUSD.time"))
+        .def_rw("high", &X::high, doc("ZCurvesToUSD.high"))
+        .def_rw("hasFrameRange", &X::hasFrameRange, doc("ZCurvesToUSD.hasFrameRange"))
+        .def_rw("startTime", &X::startTime)
+        .def_rw("endTime", &X::endTime)
+        .def_rw("exportRatio", &X::exportRatio, doc("ZCurvesToUSD.exportRatio"))
+        .def_prop_ro(
+            "stage",
+            [](const X& x) -> nb::object {
+                if (!x.stage) return nb::none();
+                return nb::str(x.stage->GetIdentifier().c_str());
+            },
+            nb::sig("def stage(self, /) -> str | None"),
+            "The identifier (file) of the layer of the last call, or None.")
+        .def(
+            "reset",
+            [](nb::handle self) {
+                nb::cast<X&>(self).reset();
+                for (const char* key : {"_follicles", "_curves", "_boundingBox"}) nb::setattr(self, key, nb::none());
+            },
+            doc("ZCurvesToUSD.reset"))
+        .def(
+            "removeNamespace", [](X& x, ZString name) { return x.removeNamespace(name); }, nb::arg("name"),
+            doc("ZCurvesToUSD.removeNamespace"))
+        .def(
+            "writeGeometryToUSD",
+            [](nb::handle self, float time, bool high, bool subFrame) {
+                X& x = nb::cast<X&>(self);
+                Transforms t;
+                takeTransforms(self, x, t);
+                checkExport(x, "writeGeometryToUSD");
+                nb::gil_scoped_release unlocked;
+                x.writeGeometryToUSD(time, high, subFrame);
+            },
+            nb::arg("time"), nb::arg("high"), nb::arg("subFrame"), doc("ZCurvesToUSD.writeGeometryToUSD"))
+        .def(
+            "writeAttributeToUSD",
+            [](nb::handle self, bool high) {
+                X& x = nb::cast<X&>(self);
+                Transforms t;
+                takeTransforms(self, x, t);
+                checkExport(x, "writeAttributeToUSD");
+                nb::gil_scoped_release unlocked;
+                x.writeAttributeToUSD(high);
+            },
+            nb::arg("high"), doc("ZCurvesToUSD.writeAttributeToUSD"));
+
+    // The four writers work on the layer of the last entry call.
+    auto writer = [&](const char* name, void (X::*fn)()) {
+        cls.def(
+            name,
+            [fn, name](nb::handle self) {
+                X& x = nb::cast<X&>(self);
+                if (!x.stage) invalid(name, "no layer yet: call writeGeometryToUSD or writeAttributeToUSD first");
+                Transforms t;
+                takeTransforms(self, x, t);
+                checkExport(x, name);
+                nb::gil_scoped_release unlocked;
+                (x.*fn)();
+            },
+            doc(std::string("ZCurvesToUSD.") + name));
+    };
+    writer("writeGeometryToCurve", &X::writeGeometryToCurve);
+    writer("writeAttributeToCurve", &X::writeAttributeToCurve);
+    writer("writeGeometryToFeather", &X::writeGeometryToFeather);
+    writer("writeAttributeToFeather", &X::writeAttributeToFeather);
+
+    pointerField(cls, "follicles", &X::follicles, "", "ZFollicles");
+    pointerField(cls, "curves", &X::curves, "", "ZCurves");
+    pointerField(cls, "boundingBox", &X::boundingBox, "ZCurvesToUSD.boundingBox", "ZBoundingBox");
+    listField(cls, "feathers", &X::feathers, "ZCurvesToUSD.feathers", "ZFeather");
+    transformField<X>(cls, "scales", "numpy.float32");
+    transformField<X>(cls, "rotations", "numpy.float32");
+    transformField<X>(cls, "folds", "numpy.float32");
+}
+
+} // namespace gcpy

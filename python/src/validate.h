@@ -1,0 +1,113 @@
+// Checks at the Python boundary. The library trusts its caller on sizes and indices (a
+// C++ host builds them consistently); a script can assign any array to any field, so
+// every call that would index with them checks first and raises ValueError instead.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "common.h"
+#include "strands/ZFollicles.h"
+
+namespace gcpy {
+
+[[noreturn]] inline void invalid(const char* what, const std::string& why) {
+    throw nb::value_error((std::string(what) + ": " + why).c_str());
+}
+
+template <typename A>
+void checkLength(const A& array, size_t n, const char* what, const char* name) {
+    if (array.size() != n)
+        invalid(what, std::string(name) + " has " + std::to_string(array.size()) + " elements, " +
+                          std::to_string(n) + " expected");
+}
+
+template <typename A>
+void checkIndices(const A& indices, size_t limit, const char* what, const char* name) {
+    for (size_t i = 0; i < indices.size(); ++i) {
+        const int64_t v = static_cast<int64_t>(indices[i]);
+        if (v < 0 || v >= static_cast<int64_t>(limit))
+            invalid(what, std::string(name) + "[" + std::to_string(i) + "] = " + std::to_string(v) + " is outside 0.." +
+                              std::to_string(static_cast<int64_t>(limit) - 1));
+    }
+}
+
+// Every strand has at least one CV and lies inside cvs.
+inline void checkCurves(const Ulmex::ZCurves& c, const char* what) {
+    checkLength(c.start, c.numCVs.size(), what, "start");
+    const int64_t total = static_cast<int64_t>(c.cvs.size());
+    for (size_t i = 0; i < c.numCVs.size(); ++i)
+        if (c.numCVs[i] < 1 || c.start[i] < 0 || int64_t(c.start[i]) + c.numCVs[i] > total)
+            invalid(what, "strand " + std::to_string(i) + " (start " + std::to_string(c.start[i]) + ", numCVs " +
+                              std::to_string(c.numCVs[i]) + ") lies outside the " + std::to_string(total) + " CVs");
+}
+
+template <typename S>
+void checkSets(const S& s, const char* what) {
+    checkLength(s.starts, s.counts.size(), what, "starts");
+    const int64_t total = static_cast<int64_t>(s.values.size());
+    for (size_t i = 0; i < s.counts.size(); ++i)
+        if (s.counts[i] < 0 || s.starts[i] < 0 || int64_t(s.starts[i]) + s.counts[i] > total)
+            invalid(what, "set " + std::to_string(i) + " lies outside the " + std::to_string(total) + " values");
+}
+
+inline void checkTriMesh(const Ulmex::ZTriMesh& t, const char* what) {
+    for (size_t i = 0; i < t.v012.size(); ++i)
+        for (int k = 0; k < 3; ++k)
+            if (t.v012[i][k] < 0 || size_t(t.v012[i][k]) >= t.points.size())
+                invalid(what, "triangle " + std::to_string(i) + " names point " + std::to_string(t.v012[i][k]) +
+                                  " of " + std::to_string(t.points.size()));
+}
+
+inline void checkPolyMesh(const Ulmex::ZPolyMesh& p, const char* what) {
+    int64_t corners = 0;
+    for (int c : p.vCounts) {
+        if (c < 0) invalid(what, "a negative vertex count");
+        corners += c;
+    }
+    checkLength(p.vConnects, size_t(corners), what, "vConnects");
+    checkIndices(p.vConnects, p.points.size(), what, "vConnects");
+    if (!p.velocities.empty()) checkLength(p.velocities, p.points.size(), what, "velocities");
+    if (!p.normals.empty()) checkLength(p.normals, size_t(corners), what, "normals");
+    if (!p.uvIndices.empty()) {
+        checkLength(p.uvIndices, size_t(corners), what, "uvIndices");
+        checkIndices(p.uvIndices, p.uvs.size(), what, "uvIndices");
+    }
+}
+
+// The follicle arrays a call reads, each with the strand count (tgl's length).
+enum FollicleArray : unsigned {
+    Uid = 1, Rtp = 2, Bcc = 4, Uvw = 8, Nmp = 16, Ln0 = 32, Ln1 = 64, Rxy = 128, Twh = 256, Rwh = 512,
+    Top = 1024, Rop = 2048, Axs = 4096, Bdi = 8192,
+};
+
+inline void checkFollicles(const ZFollicles& f, unsigned arrays, const char* what) {
+    const size_t n = f.tgl.size();
+    if (arrays & Uid) checkLength(f.uid, n, what, "uid");
+    if (arrays & Rtp) checkLength(f.rtp, n, what, "rtp");
+    if (arrays & Bcc) checkLength(f.bcc, n, what, "bcc");
+    if (arrays & Uvw) checkLength(f.uvw, n, what, "uvw");
+    if (arrays & Nmp) checkLength(f.nmp, n, what, "nmp");
+    if (arrays & Ln0) checkLength(f.ln0, n, what, "ln0");
+    if (arrays & Ln1) checkLength(f.ln1, n, what, "ln1");
+    if (arrays & Rxy) checkLength(f.rxy, n, what, "rxy");
+    if (arrays & Twh) checkLength(f.twh, n, what, "twh");
+    if (arrays & Rwh) checkLength(f.rwh, n, what, "rwh");
+    if (arrays & Top) checkLength(f.top, n, what, "top");
+    if (arrays & Rop) checkLength(f.rop, n, what, "rop");
+    if (arrays & Axs) checkLength(f.axs, n, what, "axs");
+    if (arrays & Bdi) {
+        checkLength(f.bdi.counts, n, what, "bdi.counts");
+        checkSets(f.bdi, what);
+    }
+}
+
+// Follicles and curves describe the same strands.
+inline void checkGroom(const ZFollicles& f, const Ulmex::ZCurves& c, unsigned arrays, const char* what) {
+    checkFollicles(f, arrays, what);
+    checkCurves(c, what);
+    if (c.numCurves() != f.numStrands())
+        invalid(what, std::to_string(c.numCurves()) + " curves for " + std::to_string(f.numStrands()) + " strands");
+}
+
+} // namespace gcpy

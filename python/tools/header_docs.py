@@ -1,0 +1,85 @@
+"""Docstrings of the Python bindings, from the comments of the C++ headers.
+
+Reads the headers and writes a C++ header holding one table: "Class.member" (or a free
+function's name, or "Class" for the class itself) to the comment block standing right above
+the declaration, or to the comment behind it on the same line. The bindings look every
+docstring up there, so the Python help says what the C++ documentation says.
+
+    header_docs.py OUTPUT HEADER...
+"""
+
+from __future__ import annotations
+
+import re
+import sys
+from pathlib import Path
+
+SCOPE = re.compile(r"^\s*(?:class|struct)\s+(\w+)\b[^;]*\{\s*$")
+FUNCTION = re.compile(r"(~?\w+)\s*\(")
+FIELD = re.compile(r"^\s*[\w:<>, *&]+?\s+([\w\[\]0-9, ]+?)\s*(?:=[^;]*|\{[^;]*\})?;")
+SKIP = {"if", "for", "while", "return", "switch", "static_assert", "sizeof", "operator", "friend", "using"}
+
+
+def declared_names(line: str) -> list[str]:
+    code = line.split("//")[0].strip()
+    if not code or code.startswith(("#", "}", "public:", "private:", "protected:", "namespace", "template")):
+        return []
+    if "(" in code:
+        m = FUNCTION.search(code)
+        if m and m.group(1) not in SKIP and "operator" not in code.split("(")[0]:
+            return [m.group(1)]
+        return []
+    m = FIELD.match(code)
+    if not m:
+        return []
+    return [re.sub(r"\[.*", "", n).strip() for n in m.group(1).split(",") if n.strip()]
+
+
+def scan(path: Path, docs: dict[str, str]) -> None:
+    scopes: list[tuple[str, int]] = []
+    depth = 0
+    block: list[str] = []
+    for raw in path.read_text().splitlines():
+        line = raw.rstrip()
+        stripped = line.strip()
+        if stripped.startswith("//"):
+            block.append(stripped[2:].strip())
+            continue
+        scope = SCOPE.match(line)
+        owner = scopes[-1][0] if scopes else ""
+        if scope:
+            name = scope.group(1)
+            key = f"{owner}.{name}" if owner else name
+            if block:
+                docs.setdefault(key, " ".join(block))
+        else:
+            names = declared_names(line) if depth - (1 if scopes else 0) <= (scopes[-1][1] if scopes else 0) else []
+            trailing = line.split("//", 1)[1].strip() if "//" in line else ""
+            text = " ".join(block) if block else trailing
+            if text:
+                for n in names:
+                    docs.setdefault(f"{owner}.{n}" if owner else n, text)
+        block = []
+        depth += line.count("{") - line.count("}")
+        if scope:
+            scopes.append((scope.group(1), depth))
+        while scopes and depth < scopes[-1][1]:
+            scopes.pop()
+
+
+def main(argv: list[str]) -> int:
+    docs: dict[str, str] = {}
+    for header in argv[2:]:
+        scan(Path(header), docs)
+    out = ["// Generated from the headers' comments by python/tools/header_docs.py.", "#pragma once", ""]
+    out.append("static const struct { const char* key; const char* text; } kHeaderDocs[] = {")
+    for key in sorted(docs):
+        text = docs[key].replace("\\", "\\\\").replace('"', '\\"')
+        out.append(f'    {{"{key}", "{text}"}},')
+    out.append("};")
+    Path(argv[1]).write_text("\n".join(out) + "\n")
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv))
