@@ -69,4 +69,16 @@ if [ ! -f "$USD_STAMP" ] || [ "$(cat "$USD_STAMP")" != "$want" ]; then
   rm -rf "$USD_PREFIX"
   mv "$staging" "$USD_PREFIX"
 fi
+
+# The Python package, built from this checkout into .venv (its build tree persists in
+# build/python); built again when any of its sources changed.
+PKG_STAMP="$VENV/.groomcore-package.sha256"
+want="$(cd "$ROOT" && find base strands modifiers feathers cache usd python/src python/groomcore python/tools \
+          python/CMakeLists.txt cmake CMakeLists.txt pyproject.toml scripts/openusd-requirements.txt \
+          scripts/openusd_prefix.py -type f -not -name '*.pyc' | LC_ALL=C sort | xargs sha256sum | sha256sum | cut -d' ' -f1)"
+if [ ! -f "$PKG_STAMP" ] || [ "$(cat "$PKG_STAMP")" != "$want" ]; then
+  echo "setup: building the Python package groomcore into $VENV"
+  "$VENV/bin/python" -m pip install -q --no-build-isolation --no-deps "$ROOT"
+  echo "$want" > "$PKG_STAMP"
+fi
 echo "setup: ready"
