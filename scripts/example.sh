@@ -11,3 +11,6 @@ mkdir -p "$OUT"
 "$ROOT/build/release/examples/groom_host" "$OUT" --export-body "$OUT/body.raw"
 "$ROOT/.venv/bin/python" "$ROOT/examples/write_example_abc.py" "$OUT/body.raw" "$OUT/body.abc" "$OUT/leaf.abc"
 "$ROOT/build/release/examples/groom_host" "$OUT" 5000 "$OUT/body.abc" "$OUT/leaf.abc"
+# The same job through the Python package (examples/groom.py), with its strand statistics.
+"$ROOT/.venv/bin/python" "$ROOT/examples/groom.py" "$OUT/python" --strands 5000 --body "$OUT/body.abc" \
+  --source "$OUT/leaf.abc" --figure "$OUT/python/strand_statistics.png"

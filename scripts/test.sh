@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Sets everything up, builds, and runs the whole test suite: scripts/test.sh [preset]
 # (release by default; asan runs the same suite under AddressSanitizer and UBSan, tsan
-# under ThreadSanitizer).
+# under ThreadSanitizer). The release suite also checks the Python side: ruff, mypy on the
+# examples against the package's stubs, and the package's tests with pytest.
 set -euo pipefail
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 PRESET="${1:-release}"
@@ -9,3 +10,11 @@ bash "$ROOT/scripts/setup.sh"
 bash "$ROOT/scripts/build.sh" "$PRESET"
 cd "$ROOT"
 ctest --preset "$PRESET" -j "$(nproc)"
+if [ "$PRESET" = release ]; then
+  PY="$ROOT/.venv/bin/python"
+  PY_SOURCES=(examples/groom.py bench/bench_python.py python tests/python scripts/openusd_prefix.py)
+  "$PY" -m ruff check "${PY_SOURCES[@]}"
+  "$PY" -m ruff format --check "${PY_SOURCES[@]}"
+  "$PY" -m mypy examples/groom.py bench/bench_python.py scripts/openusd_prefix.py python/tools/header_docs.py
+  GROOMCORE_BUILD_DIR="$ROOT/build/release" "$PY" -m pytest -q tests/python
+fi

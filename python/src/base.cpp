@@ -340,6 +340,7 @@ void bindBase(nb::module_& m) {
             },
             nb::for_getter(nb::sig("def pixels(self, /) -> numpy.typing.NDArray[numpy.float32] | None")),
             nb::for_setter(nb::sig("def pixels(self, value: numpy.typing.NDArray[numpy.float32] | None, /) -> None")),
+            nb::for_setter(nb::arg("value").none()),
             nb::for_getter("Rows from the top, channels interleaved: the array the image holds (it is not copied)."));
 
     bindSetArray<int>(m, "ZIntSetArray");

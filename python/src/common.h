@@ -74,6 +74,12 @@ struct Layout<Ulmex::ZTuple<N, T>> { using Scalar = std::conditional_t<std::is_s
 template <> struct Layout<Ulmex::ZAxis> { using Scalar = float; static constexpr int n = 2; static constexpr size_t dims[2] = {4, 3}; };
 template <> struct Layout<Ulmex::ZMatrix> { using Scalar = float; static constexpr int n = 2; static constexpr size_t dims[2] = {4, 4}; };
 
+// The name of a value's type without its module: "ZCurves", "list".
+inline std::string typeName(nb::handle value) {
+    const std::string full = nb::type_name(value.type()).c_str();
+    return full.substr(full.find_last_of('.') + 1);
+}
+
 // "(n, 3) float32": what an assignment expects, for its error message.
 template <typename T>
 std::string describe() {
@@ -147,10 +153,13 @@ void assign(Ulmex::ZArray<T>& array, nb::handle value, const char* what) {
     nb::ndarray<nb::numpy, nb::c_contig, nb::device::cpu> a;
     if (!nb::try_cast(value, a, false))
         throw nb::type_error((std::string(what) + ": expected a numpy array " + describe<T>() + ", got " +
-                              nb::type_name(value.type()).c_str()).c_str());
-    if (a.dtype() != nb::dtype<typename L::Scalar>())
+                              typeName(value)).c_str());
+    if (a.dtype() != nb::dtype<typename L::Scalar>()) {
+        const nb::object dtype = value.attr("dtype");
+        const std::string got = nb::str(nb::handle(dtype)).c_str();
         throw nb::type_error((std::string(what) + ": expected dtype " + describe<T>().substr(describe<T>().find(") ") + 2) +
-                              ", got " + nb::str(value.attr("dtype")).c_str() + " (convert with .astype)").c_str());
+                              ", got " + got + " (convert with .astype)").c_str());
+    }
     bool ok = a.ndim() == size_t(1 + L::n);
     for (int i = 0; ok && i < L::n; ++i) ok = a.shape(1 + i) == L::dims[i];
     if (!ok) {
@@ -162,9 +171,11 @@ void assign(Ulmex::ZArray<T>& array, nb::handle value, const char* what) {
     const size_t n = a.ndim() ? a.shape(0) : 0;
     if (n > size_t(INT32_MAX)) throw nb::value_error((std::string(what) + ": more than 2^31 - 1 elements").c_str());
     if (n == array.size() && n && a.data() == static_cast<const void*>(array.data())) return;  // its own view
-    refuseIfViewed(array, what);
+    // The same length copies into the same block, which views keep seeing; another length
+    // reallocates, which no live view may see.
+    if (n != array.size()) refuseIfViewed(array, what);
     array.resize(n);
-    if (n) std::memcpy(static_cast<void*>(array.data()), a.data(), n * sizeof(T));
+    if (n) std::memmove(static_cast<void*>(array.data()), a.data(), n * sizeof(T));
 }
 
 // The numpy type of an element's scalar, for the stubs: "numpy.float32".
@@ -184,6 +195,7 @@ void arrayField(Cls& cls, const char* name, Ulmex::ZArray<T> C::*m, const char* 
         [m, name](C& self, nb::handle value) { assign(self.*m, value, name); },
         nb::for_getter(nb::sig(intern("def " + std::string(name) + "(self, /) -> " + type))),
         nb::for_setter(nb::sig(intern("def " + std::string(name) + "(self, value: " + type + ", /) -> None"))),
+        nb::for_setter(nb::arg("value").none()),
         nb::for_getter(doc(docKey)));
 }
 

@@ -12,40 +12,41 @@ namespace gcpy {
 
 // A pointer field: the Python object is kept in the instance's dictionary under `_name`.
 template <typename C, typename T, typename Cls>
-void pointerField(Cls& cls, const char* name, T* C::*m, const char* docKey, const char* typeName) {
+void pointerField(Cls& cls, const char* name, T* C::*m, const char* docKey, const char* pyType) {
     const std::string key = std::string("_") + name;
     cls.def_prop_rw(
         name, [key](nb::handle self) { return nb::getattr(self, key.c_str(), nb::none()); },
-        [m, key, typeName](nb::handle self, nb::handle value) {
+        [m, key, pyType](nb::handle self, nb::handle value) {
             if (!value.is_none() && !nb::isinstance<T>(value))
-                throw nb::type_error(intern(key.substr(1) + ": expected " + typeName + " or None, got " +
-                                            nb::type_name(value.type()).c_str()));
+                throw nb::type_error(
+                    (key.substr(1) + ": expected " + pyType + " or None, got " + typeName(value)).c_str());
             C& c = nb::cast<C&>(self);
             c.*m = value.is_none() ? nullptr : &nb::cast<T&>(value);
             nb::setattr(self, key.c_str(), value);
         },
         nb::for_getter(nb::sig(intern("def " + std::string(name) + "(self, /) -> " +
-                                      typeName + " | None"))),
+                                      pyType + " | None"))),
         nb::for_setter(nb::sig(intern("def " + std::string(name) + "(self, value: " +
-                                      typeName + " | None, /) -> None"))),
+                                      pyType + " | None, /) -> None"))),
+        nb::for_setter(nb::arg("value").none()),
         nb::for_getter(doc(docKey)));
 }
 
 // A list of feathers or sources: kept as a tuple of the objects.
 template <typename C, typename T, typename Cls>
-void listField(Cls& cls, const char* name, std::vector<T*> C::*m, const char* docKey, const char* typeName) {
+void listField(Cls& cls, const char* name, std::vector<T*> C::*m, const char* docKey, const char* pyType) {
     const std::string key = std::string("_") + name;
     cls.def_prop_rw(
         name, [key](nb::handle self) { return nb::getattr(self, key.c_str(), nb::tuple()); },
-        [m, key, typeName](nb::handle self, nb::handle value) {
+        [m, key, pyType](nb::handle self, nb::handle value) {
             std::vector<T*> items;
             nb::list kept;
             if (!nb::isinstance<nb::sequence>(value))
-                throw nb::type_error(intern(key.substr(1) + ": expected a sequence of " + typeName));
+                throw nb::type_error((key.substr(1) + ": expected a sequence of " + pyType).c_str());
             for (nb::handle item : value) {
                 if (!nb::isinstance<T>(item))
-                    throw nb::type_error(intern(key.substr(1) + ": expected a sequence of " + typeName + ", got " +
-                                                nb::type_name(item.type()).c_str()));
+                    throw nb::type_error(
+                        (key.substr(1) + ": expected a sequence of " + pyType + ", got " + typeName(item)).c_str());
                 items.push_back(&nb::cast<T&>(item));
                 kept.append(item);
             }
@@ -53,9 +54,9 @@ void listField(Cls& cls, const char* name, std::vector<T*> C::*m, const char* do
             nb::setattr(self, key.c_str(), nb::tuple(kept));
         },
         nb::for_getter(nb::sig(intern("def " + std::string(name) + "(self, /) -> tuple[" +
-                                      typeName + ", ...]"))),
+                                      pyType + ", ...]"))),
         nb::for_setter(nb::sig(intern("def " + std::string(name) + "(self, value: typing.Sequence[" +
-                                      typeName + "], /) -> None"))),
+                                      pyType + "], /) -> None"))),
         nb::for_getter(doc(docKey)));
 }
 
@@ -93,6 +94,7 @@ void transformField(Cls& cls, const char* name, const char* type) {
                                       "] | None"))),
         nb::for_setter(nb::sig(intern("def " + std::string(name) + "(self, value: numpy.typing.NDArray[" + type +
                                       "] | None, /) -> None"))),
+        nb::for_setter(nb::arg("value").none()),
         nb::for_getter(intern(std::string("Per strand, or None; read when a bake runs (") + type + ")")));
 }
 

@@ -8,7 +8,7 @@ compliance checker.
 The driver runs on its own OpenUSD alone: its environment holds nothing of this process
 (whose usd-core is another OpenUSD release), only the sanitizers' settings and, when
 GROOMCORE_DRIVER_LIBRARY_PATH is set, that loader path. Every plug-in file it reads is
-checked to lie outside this Python environment.
+checked to lie outside usd-core's package.
 
     check_usd_export.py DRIVER [SCENARIO ...]
 """
@@ -20,6 +20,7 @@ import sys
 import tempfile
 
 import numpy as np
+import pxr
 from pxr import Sdf, Usd, UsdValidation
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
@@ -164,10 +165,11 @@ def driver_env():
 
 
 def plugin_problems(log):
-    """The plug-in files the driver read: at least Sdf's, none from this Python environment."""
+    """The plug-in files the driver read: at least Sdf's, none of usd-core's."""
     read = re.findall(r"Will read plugin info (\S+)", log)
+    usd_core = os.path.realpath(os.path.dirname(pxr.__file__)) + os.sep
     problems = ["the driver read plug-in information of usd-core: " + p
-                for p in read if os.path.realpath(p).startswith(os.path.realpath(sys.prefix) + os.sep)]
+                for p in read if os.path.realpath(p).startswith(usd_core)]
     if not any(p.endswith("/sdf/resources/plugInfo.json") for p in read):
         problems.append("the driver found no plug-in information for Sdf: %s" % read)
     return problems

@@ -1,0 +1,138 @@
+"""Bad input at the Python boundary raises a clear TypeError, ValueError, IndexError or
+OSError, never a crash; and two grooms on two threads give what one thread gives."""
+
+from __future__ import annotations
+
+import subprocess
+import sys
+import threading
+from pathlib import Path
+
+import numpy as np
+import pytest
+
+import groomcore as gc
+
+
+@pytest.mark.parametrize(
+    ("value", "error", "message"),
+    [
+        (np.zeros((3, 3), np.float64), TypeError, r"expected dtype float32, got float64"),
+        (np.zeros((3, 2), np.float32), ValueError, r"expected shape \(n, 3\), got \(3, 2\)"),
+        (np.zeros(3, np.float32), ValueError, r"expected shape \(n, 3\), got \(3\)"),
+        (None, TypeError, r"expected a numpy array \(n, 3\) float32, got None"),
+        ([[0.0, 1.0, 2.0]], TypeError, r"got list"),
+    ],
+)
+def test_array_assignment_says_what_it_expected(value: object, error: type[Exception], message: str) -> None:
+    with pytest.raises(error, match=message):
+        gc.ZCurves().cvs = value  # type: ignore[assignment]
+
+
+def test_inconsistent_arrays_are_refused_before_the_library_indexes_them() -> None:
+    c = gc.ZCurves()
+    c.push(np.zeros((3, 3), np.float32))
+    with pytest.raises(IndexError, match="index 5 outside 0..0"):
+        c.position(5, 0.5)
+    c.numCVs = np.array([-1], np.int32)  # a negative size
+    with pytest.raises(ValueError, match="strand 0 .* lies outside the 3 CVs"):
+        c.lineLength(0)
+    c.numCVs, c.start = np.array([3], np.int32), np.array([2], np.int32)
+    with pytest.raises(ValueError, match="outside"):
+        c.boundingBox(False, True)
+
+    f = gc.ZFollicles()
+    f.tgl = np.zeros(2, np.int32)
+    scale = gc.ZScaleModifier()
+    with pytest.raises(ValueError, match="uid has 0 elements, 2 expected"):
+        scale.evaluate(f, c)
+    f.uid, f.uvw, f.nmp = np.arange(2, dtype=np.int32), np.zeros((2, 3), np.float32), np.zeros((2, 3), np.float32)
+    with pytest.raises(ValueError, match="1 curves for 2 strands|axs has 0"):
+        scale.deform(f, c, c)
+
+    mesh = gc.ZPolyMesh()
+    mesh.points, mesh.vCounts, mesh.vConnects = (
+        np.zeros((3, 3), np.float32),
+        np.array([3], np.int32),
+        np.array([0, 1, 7], np.int32),
+    )
+    with pytest.raises(ValueError, match=r"vConnects\[2\] = 7 is outside 0..2"):
+        mesh.convertTo(gc.ZTriMesh())
+
+    image = gc.ZImageMap()
+    with pytest.raises(TypeError, match="float32"):
+        image.pixels = np.zeros((4, 4), np.float64)
+    cache = gc.ZCacheData2()
+    with pytest.raises(TypeError, match="follicles: expected ZFollicles or None, got ZCurves$"):
+        cache.follicles = c  # type: ignore[assignment]
+    with pytest.raises(TypeError, match="a sequence of ZFeather"):
+        cache.feathers = [gc.ZSource()]  # type: ignore[list-item]
+
+
+def test_missing_and_unwritable_files(tmp_path: Path) -> None:
+    with pytest.raises(FileNotFoundError):
+        gc.ZCurves().read(tmp_path / "absent")
+    with pytest.raises(OSError):
+        gc.ZFollicles().write(tmp_path / "no" / "such" / "folder", True)
+    assert not gc.readStrandsData(str(tmp_path), 1, gc.ZCurves(), gc.ZFollicles())
+    assert not gc.readInfoData(str(tmp_path), gc.RuvoCacheInfo())
+    assert gc.findBodyMeshShapeNode(str(tmp_path / "absent.abc"), "Body") is None
+    assert not gc.ZAlembicArchive().open(str(tmp_path / "absent.abc"))
+
+
+def shaped(seed: int) -> bytes:
+    """A groom shaped by a stack on its own thread's objects; the bytes of the result."""
+    n, m = 20000, 8
+    rng = np.random.default_rng(seed)
+    f, c = gc.ZFollicles(), gc.ZCurves()
+    c.numCVs = np.full(n, m, np.int32)
+    c.start = np.arange(0, n * m, m, dtype=np.int32)
+    c.cvs = rng.random((n * m, 3), dtype=np.float32)
+    f.tgl, f.uid = np.zeros(n, np.int32), np.arange(n, dtype=np.int32)
+    f.uvw, f.nmp = rng.random((n, 3), dtype=np.float32), rng.random((n, 3), dtype=np.float32)
+    axs = np.zeros((n, 4, 3), np.float32)
+    axs[:, 1, 0] = axs[:, 2, 1] = axs[:, 3, 2] = 1
+    f.axs, f.rxy, f.ln0 = axs, rng.random((n, 2), dtype=np.float32), np.ones(n, np.float32)
+    kink = gc.ZKinkModifier()
+    for group in ("kink", "tWidth", "rWidth"):
+        for k, v in (("", 0.5), ("Seed", 1), ("Rand", 0.2), ("Freq", 3)):
+            setattr(kink, group + k, v)
+        setattr(kink, group + "Expr", f"{group} + rand * znoise(freq, x, y, z)")
+    kink.maskExpr, kink.tipFade, kink.rootFade = "", 0.1, 0.2
+    kink.apply(f, c, gc.ZCurves(c))
+    return bytes(c.cvs.tobytes())
+
+
+def test_two_threads_on_two_grooms_give_what_one_thread_gives() -> None:
+    alone = [shaped(1), shaped(2)]
+    results: dict[int, bytes] = {}
+    threads = [threading.Thread(target=lambda s=s: results.__setitem__(s, shaped(s))) for s in (1, 2)]
+    for t in threads:
+        t.start()
+    for t in threads:
+        t.join()
+    assert [results[1], results[2]] == alone and alone[0] != alone[1]
+
+
+@pytest.mark.parametrize("first", ["groomcore", "pxr"])
+def test_groomcore_and_usd_core_in_one_process_in_either_order(tmp_path: Path, first: str) -> None:
+    script = f"""
+import numpy as np
+import {first}
+import groomcore as gc
+from pxr import Usd, UsdGeom
+f, c = gc.ZFollicles(), gc.ZCurves()
+c.push(np.array([[0, 0, 0], [0, 1, 0]], np.float32))
+f.tgl, f.rtp, f.uvw = np.zeros(1, np.int32), np.zeros(1, np.int32), np.zeros((1, 3), np.float32)
+f.twh, f.rwh, f.axs = np.ones(1, np.float32), np.ones(1, np.float32), np.zeros((1, 4, 3), np.float32)
+x = gc.ZCurvesToUSD()
+x.name, x.basePath, x.follicles, x.curves, x.boundingBox = "hair", r"{tmp_path}/hair", f, c, c.boundingBox(False, False)
+x.writeAttributeToUSD(True)
+x.writeGeometryToUSD(1, True, False)
+stage = Usd.Stage.Open(x.stage)
+points = UsdGeom.BasisCurves(stage.GetPrimAtPath("/hair")).GetPointsAttr().Get()
+print(len(points), UsdGeom.Primvar(stage.GetPrimAtPath("/hair").GetAttribute("primvars:st")).GetInterpolation())
+"""
+    done = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True)
+    assert done.returncode == 0, done.stderr[-2000:]
+    assert done.stdout.split()[0] in ("2", "4") and "Error" not in done.stderr
