@@ -16,23 +16,26 @@ set(GROOMCORE_OPENUSD_ROOT "${PROJECT_SOURCE_DIR}/.deps/openusd" CACHE PATH
 pxr-*-dev prefix, or a full or DCC OpenUSD build (the folder holding pxrConfig.cmake)")
 get_filename_component(_usd_root "${GROOMCORE_OPENUSD_ROOT}" ABSOLUTE)
 
-# `pip install .` from a clean clone: the project's own OpenUSD is made in the build tree
-# the way scripts/setup.sh makes it, when setup has not run.
+# `pip install .` from a clean clone, where scripts/setup.sh has not made the project's
+# prefix: the build environment holds the same pxr-*-dev packages (pyproject.toml asks for
+# them), which are laid out the same way in place (that environment is the build's own and
+# holds no usd-core).
 if(SKBUILD AND NOT EXISTS "${_usd_root}" AND _usd_root STREQUAL "${PROJECT_SOURCE_DIR}/.deps/openusd")
-  set(_usd_root "${CMAKE_BINARY_DIR}/openusd")
-  if(NOT EXISTS "${_usd_root}/pxr/lib/libPxrPlug.so")
-    message(STATUS "Installing OpenUSD's C++ libraries into ${_usd_root}")
-    execute_process(COMMAND "${Python_EXECUTABLE}" -m pip install -q --no-deps --target "${_usd_root}"
-                            -r "${PROJECT_SOURCE_DIR}/scripts/openusd-requirements.txt"
+  execute_process(
+    COMMAND "${Python_EXECUTABLE}" -c
+            "import importlib.metadata as m; print(m.distribution('pxr-plug-dev').locate_file(''))"
+    OUTPUT_VARIABLE _site OUTPUT_STRIP_TRAILING_WHITESPACE RESULT_VARIABLE _rc ERROR_QUIET)
+  if(NOT _rc EQUAL 0 OR NOT EXISTS "${_site}/pxr-plug/lib/libPxrPlug.so")
+    message(FATAL_ERROR "No OpenUSD C++ packages in the build environment: run scripts/setup.sh")
+  endif()
+  if(NOT EXISTS "${_site}/pxr/lib/libPxrPlug.so")
+    execute_process(COMMAND "${Python_EXECUTABLE}" "${PROJECT_SOURCE_DIR}/scripts/openusd_prefix.py" "${_site}"
                     RESULT_VARIABLE _rc)
-    if(_rc EQUAL 0)
-      execute_process(COMMAND "${Python_EXECUTABLE}" "${PROJECT_SOURCE_DIR}/scripts/openusd_prefix.py" "${_usd_root}"
-                      RESULT_VARIABLE _rc)
-    endif()
     if(NOT _rc EQUAL 0)
-      message(FATAL_ERROR "Could not install OpenUSD's C++ libraries: run scripts/setup.sh")
+      message(FATAL_ERROR "Could not lay out OpenUSD in ${_site}")
     endif()
   endif()
+  set(_usd_root "${_site}")
   set(GROOMCORE_OPENUSD_ROOT "${_usd_root}" CACHE PATH "" FORCE)
 endif()
 
