@@ -1,6 +1,9 @@
 // ZCurvesToUSD. Its layer lives in the OpenUSD groomcore links, which is not usd-core's
 // `pxr`: `stage` is given to Python as the layer's identifier (the file it writes), which
 // usd-core opens like any other file.
+#include <pxr/ar/resolver.h>
+#include <pxr/sdf/fileFormat.h>
+
 #include "common.h"
 #include "feathers/ZFeather.h"
 #include "pointers.h"
@@ -12,6 +15,32 @@ using namespace Ulmex;
 namespace gcpy {
 
 namespace {
+
+// OpenUSD imports the Python bindings of its libraries whenever it loads a plug-in into a
+// process where Python runs (TfScriptModuleLoader, on every dlopen). The exporter's
+// OpenUSD brings no bindings, so in Python that import would find another release's `pxr`
+// (usd-core's, a DCC's) and load it into the process, or print a traceback per module where
+// there is none. Before the exporter's first call, its plug-ins are loaded once with
+// placeholder modules standing in for the `pxr` names not yet imported, so that OpenUSD
+// takes them as loaded; the placeholders are removed right after. Called with the GIL held.
+void loadPluginsApartFromPython() {
+    static bool done = false;
+    if (done) return;
+    done = true;
+    static const char* const kNames[] = {"pxr",       "pxr.Arch",  "pxr.Tf",   "pxr.Gf",  "pxr.Js",
+                                         "pxr.Trace", "pxr.Work",  "pxr.Plug", "pxr.Vt",  "pxr.Ts",
+                                         "pxr.Ar",    "pxr.Sdf",   "pxr.Pegtl"};
+    nb::dict modules = nb::borrow<nb::dict>(PyImport_GetModuleDict());
+    std::vector<const char*> placed;
+    for (const char* name : kNames)
+        if (!modules.contains(name)) {
+            modules[name] = nb::steal(PyModule_New(name));
+            placed.push_back(name);
+        }
+    pxr::ArGetResolver();
+    pxr::SdfFileFormat::FindByExtension("usd");
+    for (const char* name : placed) PyDict_DelItemString(modules.ptr(), name);
+}
 
 // What the writers read: the strands, their widths, surface coordinates and frames, and in
 // feather mode the feather kinds, lean axes and per-strand transforms.
@@ -77,6 +106,7 @@ void bindUsd(nb::module_& m) {
                 Transforms t;
                 takeTransforms(self, x, t);
                 checkExport(x, "writeGeometryToUSD");
+                loadPluginsApartFromPython();
                 nb::gil_scoped_release unlocked;
                 x.writeGeometryToUSD(time, high, subFrame);
             },
@@ -88,6 +118,7 @@ void bindUsd(nb::module_& m) {
                 Transforms t;
                 takeTransforms(self, x, t);
                 checkExport(x, "writeAttributeToUSD");
+                loadPluginsApartFromPython();
                 nb::gil_scoped_release unlocked;
                 x.writeAttributeToUSD(high);
             },
