@@ -136,3 +136,24 @@ print(len(points), UsdGeom.Primvar(stage.GetPrimAtPath("/hair").GetAttribute("pr
     done = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True)
     assert done.returncode == 0, done.stderr[-2000:]
     assert done.stdout.split()[0] in ("2", "4") and "Error" not in done.stderr
+
+
+def test_exporting_loads_no_other_openusd_into_the_process(tmp_path: Path) -> None:
+    # The exporter's OpenUSD would otherwise import `pxr` (usd-core's here) on its first plug-in load.
+    script = f"""
+import sys
+import numpy as np
+import groomcore as gc
+f, c = gc.ZFollicles(), gc.ZCurves()
+c.push(np.array([[0, 0, 0], [0, 1, 0]], np.float32))
+f.tgl, f.rtp, f.uvw = np.zeros(1, np.int32), np.zeros(1, np.int32), np.zeros((1, 3), np.float32)
+f.twh, f.rwh, f.axs = np.ones(1, np.float32), np.ones(1, np.float32), np.zeros((1, 4, 3), np.float32)
+x = gc.ZCurvesToUSD()
+x.name, x.basePath, x.follicles, x.curves, x.boundingBox = "hair", r"{tmp_path}/hair", f, c, c.boundingBox(False, False)
+x.writeAttributeToUSD(True)
+x.writeGeometryToUSD(1, True, False)
+print(sorted(m for m in sys.modules if m == "pxr" or m.startswith("pxr.")))
+"""
+    done = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True)
+    assert done.returncode == 0 and done.stdout.strip() == "[]", done.stdout + done.stderr
+    assert done.stderr == ""
