@@ -12,9 +12,10 @@ cd "$ROOT"
 ctest --preset "$PRESET" -j "$(nproc)"
 if [ "$PRESET" = release ]; then
   PY="$ROOT/.venv/bin/python"
-  PY_SOURCES=(examples/groom.py bench/bench_python.py python tests/python scripts/openusd_prefix.py)
+  PY_SOURCES=(examples/groom.py bench/bench_python.py bench/bench_export.py python tests/python scripts/openusd_prefix.py)
   "$PY" -m ruff check "${PY_SOURCES[@]}"
   "$PY" -m ruff format --check "${PY_SOURCES[@]}"
-  "$PY" -m mypy examples/groom.py bench/bench_python.py scripts/openusd_prefix.py python/tools/header_docs.py
+  "$PY" -m mypy python/groomcore examples/groom.py bench/bench_python.py bench/bench_export.py scripts/openusd_prefix.py \
+    python/tools/header_docs.py
   GROOMCORE_BUILD_DIR="$ROOT/build/release" "$PY" -m pytest -q tests/python
 fi

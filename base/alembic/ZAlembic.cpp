@@ -387,6 +387,19 @@ ZString ZAlembicObject::name() const { return _name; }
 ZString ZAlembicObject::fullPath() const { return _path; }
 ZString ZAlembicObject::schema() const { return schemaOf(_meta); }
 
+int ZAlembicObject::numSamples() const {
+    if (!_archive) return 0;
+    const ogawa::Group g = objectGroup(*_archive, _group);
+    if (!g.isGroup(0)) return 0;
+    const Property points = findPath(*_archive, g.group(0), {".geom", "P"});
+    if (points.valid && points.header.type != 0) return static_cast<int>(points.header.next);
+    // A transform without values (no ops, or only constant ones) is one constant sample.
+    const Property xform = findProperty(*_archive, g.group(0), ".xform");
+    if (!xform.valid || xform.header.type != 0) return 0;
+    const Property vals = findProperty(*_archive, xform.group, ".vals");
+    return vals.valid && vals.header.type != 0 ? std::max(1, static_cast<int>(vals.header.next)) : 1;
+}
+
 std::vector<ZAlembicObject> ZAlembicObject::children() const {
     std::vector<ZAlembicObject> out;
     if (!_archive || _ancestors.size() + 1 >= static_cast<size_t>(kMaxDepth)) return out;

@@ -63,6 +63,11 @@ public:
     // The schema named in the object's metadata ("AbcGeom_PolyMesh_v1", ...); empty if none.
     ZString schema() const;
 
+    // Samples of what moves: a geometry's points (.geom/P) or a transform's values
+    // (.xform/.vals, 1 for a transform without animated values); 0 for an object with
+    // neither.
+    int numSamples() const;
+
     // Deepest nesting read: objects further down are not reached (real scenes stay far
     // below; a hostile file nested deeper cannot make a reader's memory grow with the
     // square of its depth).

@@ -70,6 +70,7 @@ void bindAlembic(nb::module_& m) {
             "sample, or None for an object that is not a polygon mesh. As the C++ reader: uvs holds two floats per "
             "value; plain UVs come with the indices 0, 1, 2, ...")
         .def("schema", &ZAlembicObject::schema, doc("ZAlembicObject.schema"))
+        .def("numSamples", &ZAlembicObject::numSamples, doc("ZAlembicObject.numSamples"))
         .def("__repr__", [](const ZAlembicObject& o) { return "<ZAlembicObject " + std::string(o.fullPath()) + ">"; });
 
     nb::class_<ZAlembicArchive>(m, "ZAlembicArchive", "An Ogawa Alembic archive, read-only and memory-mapped.")

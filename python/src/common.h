@@ -23,7 +23,7 @@ NAMESPACE_BEGIN(NB_NAMESPACE)
 NAMESPACE_BEGIN(detail)
 template <>
 struct type_caster<Ulmex::ZString> {
-    NB_TYPE_CASTER(Ulmex::ZString, const_name("str"))
+    NB_TYPE_CASTER(Ulmex::ZString, io_name("str | os.PathLike[str]", "str"))
 
     bool from_python(handle src, uint8_t, cleanup_list*) noexcept {
         PyObject* text = src.ptr();

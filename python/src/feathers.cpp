@@ -165,13 +165,18 @@ void bindFeathers(nb::module_& m) {
             nb::arg("path"), doc("ZFeather.write"))
         .def(
             "read",
-            [](ZFeather& t, const ZString& path) {
+            [](ZFeather& t, const ZString& path, long long offset) -> long long {
                 refuseIfViewed(t, "read");
                 auto f = openIn(path);
                 nb::gil_scoped_release unlocked;
+                f.seekg(offset < 0 ? 0 : offset);
                 t.read(f);
+                return f ? static_cast<long long>(f.tellg()) : -1;
             },
-            nb::arg("path"), doc("ZFeather.read"))
+            nb::arg("path"), nb::arg("offset") = 0,
+            intern(std::string(doc("ZFeather.read")) +
+                   " From `offset` in the file; returns the offset behind the record, or -1 when the file "
+                   "ended or failed before it (the `feathers` file of a cache is a count, then the records)."))
         .def(
             "writeRManAttrs",
             [](const ZFeather& t, const ZString& path) {

@@ -1,0 +1,323 @@
+"""The `groomcore` command: inspect and check strand caches, look into Alembic files, and
+export caches to USD, on one machine or over a farm.
+
+    groomcore info CACHE_DIR NAME [--json]
+    groomcore check CACHE_DIR NAME [--frames A-B]
+    groomcore abc FILE [--body NAME]
+    groomcore export-usd CACHE_DIR NAME OUT_BASE --frames A-B [options]
+    groomcore assemble CACHE_DIR NAME OUT_BASE --frames A-B [options]
+
+Errors are one line on stderr; the exit status is 0 only on success (1 for a fault found
+or a failed export, 2 for bad usage, 130 when interrupted).
+"""
+
+from __future__ import annotations
+
+import argparse
+import json
+import math
+import sys
+import time
+from pathlib import Path
+from typing import Any
+
+from .cachefiles import CacheDir, CacheError, FrameProblem
+
+PROG = "groomcore"
+
+
+class UsageError(Exception):
+    pass
+
+
+def frame_range(text: str) -> list[int]:
+    """'1001-1048' (or one frame, '1001'; negative frames as '-5--1')."""
+    parts = text.split("-")
+    try:
+        if len(parts) == 1:
+            a = b = int(parts[0])
+        elif len(parts) == 2 and parts[0]:
+            a, b = int(parts[0]), int(parts[1])
+        elif len(parts) == 3 and not parts[0]:
+            a, b = -int(parts[1]), int(parts[2])
+        elif len(parts) == 4 and not parts[0] and not parts[2]:
+            a, b = -int(parts[1]), -int(parts[3])
+        else:
+            raise ValueError
+    except ValueError:
+        raise UsageError(f"'{text}' is not a frame range A-B") from None
+    if b < a:
+        raise UsageError(f"frame range {text} ends before it starts")
+    return list(range(a, b + 1))
+
+
+def human_bytes(n: int) -> str:
+    value = float(n)
+    for unit in ("B", "KiB", "MiB", "GiB"):
+        if value < 1024 or unit == "GiB":
+            return f"{value:.1f} {unit}" if unit != "B" else f"{n} B"
+        value /= 1024
+    return f"{n} B"
+
+
+def compact_frames(frames: list[float]) -> str:
+    """1001-1024, 1030 ..."""
+    if not frames:
+        return "none"
+    runs: list[str] = []
+    start = prev = frames[0]
+    for f in frames[1:] + [math.inf]:
+        if f == prev + 1:
+            prev = f
+            continue
+        runs.append(f"{start:g}" if start == prev else f"{start:g}-{prev:g}")
+        start = prev = f
+    return ", ".join(runs)
+
+
+# ------------------------------------------------------------------------- commands
+
+
+def cmd_info(args: argparse.Namespace) -> int:
+    summary = CacheDir(Path(args.cache_dir), args.name).summary()
+    if args.json:
+        print(json.dumps(summary, indent=2))
+        return 0
+    info = summary["info"]
+    print(f"cache      {summary['cache']}")
+    if info:
+        for key, value in info.items():
+            print(f"  {key:<19}{value}")
+    else:
+        print("  info record: missing or empty")
+    print(f"frames     {summary['frame_count']}: {compact_frames(summary['frames'])}")
+    if summary["strands"] is not None:
+        print(f"strands    {summary['strands']:,} with {summary['cvs']:,} CVs")
+    holds = [k for k in ("feathers", "sources", "transforms", "folds") if summary[k]]
+    print(f"holds      {', '.join(holds) if holds else 'strands only'}")
+    print(f"size       {human_bytes(summary['bytes'])}")
+    return 0
+
+
+def cmd_check(args: argparse.Namespace) -> int:
+    cache = CacheDir(Path(args.cache_dir), args.name)
+    frames = [float(f) for f in frame_range(args.frames)] if args.frames else None
+    problems = cache.check(frames)
+    checked = len(frames) if frames is not None else len(cache.frames())
+    for p in problems:
+        where = "static" if math.isnan(p.frame) else f"frame {p.frame:g}"
+        print(f"{where}: {p.problem}")
+    bad = len({p.frame for p in problems if not math.isnan(p.frame)})
+    static = [p for p in problems if math.isnan(p.frame)]
+    print(
+        f"{cache.path}: {checked} frames checked, {bad} missing or damaged"
+        + (f", {len(static)} problems in the static files" if static else "")
+    )
+    return 1 if problems else 0
+
+
+def cmd_abc(args: argparse.Namespace) -> int:
+    from .abctree import lookup_body, walk
+
+    nodes = walk(args.file)
+    for n in nodes:
+        depth = n.path.count("/") - 1
+        label = n.schema or "(no schema)"
+        print(f"{'  ' * depth}{n.name:<{max(1, 40 - 2 * depth)}} {label:<24} {n.samples:>5} samples")
+    print(f"{len(nodes)} objects, {sum(1 for n in nodes if n.children == 0)} shape nodes")
+    if args.body is None:
+        return 0
+    result = lookup_body(args.file, args.body)
+    print(f"findBodyMeshShapeNode '{args.body}':")
+    for c in result.candidates:
+        print(f"  candidate  {c.path}  {c.schema or '(no schema)'}")
+    print(f"  returns    {result.result or 'nothing'}")
+    if result.hint:
+        print(f"  why        {result.hint}")
+    return 0 if result.result else 1
+
+
+def _settings(args: argparse.Namespace) -> Any:
+    from .usdexport import LEVELS, Settings
+
+    if not 0 < args.ratio <= 1:
+        raise UsageError(f"--ratio {args.ratio}: must lie in (0, 1]")
+    out_base = Path(args.out_base).absolute()
+    out_dir = out_base.parent
+    try:
+        out_dir.mkdir(parents=True, exist_ok=True)
+        probe = out_dir / f".groomcore-write-test.{time.monotonic_ns()}"
+        probe.touch()
+        probe.unlink()
+    except OSError as e:
+        raise CacheError(f"cannot write to {out_dir}: {e.strerror or e}") from None
+    cache = CacheDir(Path(args.cache_dir).absolute(), args.name)
+    cache.require()
+    return Settings(
+        str(cache.root), args.name, str(out_base), LEVELS[args.level], args.ratio, args.normals, args.feathers
+    )
+
+
+def cmd_export(args: argparse.Namespace) -> int:
+    from .usdexport import assemble, frame_done, run_frames
+
+    s = _settings(args)
+    frames = frame_range(args.frames)
+    todo = frame_range(args.chunk) if args.chunk else frames
+    if not set(todo) <= set(frames):
+        raise UsageError(f"--chunk {args.chunk} lies outside --frames {args.frames}")
+    skipped = [f for f in todo if args.resume and frame_done(s, f)]
+    todo = [f for f in todo if f not in skipped]
+    if skipped:
+        print(f"resuming: {len(skipped)} frames already exported")
+    t0 = time.perf_counter()
+    results, failed = run_frames(
+        s,
+        todo,
+        workers=args.workers,
+        scheduler=args.scheduler or "",
+        progress=not args.quiet,
+        on_error=lambda f, why: print(f"frame {f}: {why}", file=sys.stderr),
+    )
+    seconds = time.perf_counter() - t0
+    print(
+        f"exported {len(results)} of {len(todo)} frames in {seconds:.1f} s"
+        + (f" ({len(results) / seconds:.2f} frames/s)" if results and seconds > 0 else "")
+    )
+    if failed:
+        print(
+            f"{PROG}: error: {len(failed)} frames failed: {compact_frames(sorted(map(float, failed)))}; "
+            f"the others are exported, fix the cache and rerun with --resume",
+            file=sys.stderr,
+        )
+        return 1
+    if args.chunk:
+        return 0
+    for path in assemble(s, frames, args.up_axis, args.meters_per_unit):
+        print(f"shot asset {path}")
+    return 0
+
+
+def cmd_assemble(args: argparse.Namespace) -> int:
+    from .usdexport import assemble
+
+    s = _settings(args)
+    for path in assemble(s, frame_range(args.frames), args.up_axis, args.meters_per_unit):
+        print(f"shot asset {path}")
+    return 0
+
+
+# ------------------------------------------------------------------------- parser
+
+
+class Parser(argparse.ArgumentParser):
+    def error(self, message: str) -> Any:
+        raise UsageError(f"{self.prog}: {message}")
+
+
+def parser() -> argparse.ArgumentParser:
+    p = Parser(prog=PROG, description=__doc__.split("\n\n")[0].replace("\n", " "))
+    sub = p.add_subparsers(dest="command", required=True, parser_class=Parser)
+
+    def cache_args(q: argparse.ArgumentParser) -> None:
+        q.add_argument("cache_dir", metavar="CACHE_DIR", help="the folder the cache was baked into")
+        q.add_argument("name", metavar="NAME", help="the node name: the cache is CACHE_DIR/NAME")
+
+    q = sub.add_parser(
+        "info",
+        help="what a cache holds",
+        description="The info record, the frames present, "
+        "strand and CV counts, what else the cache holds, and its size on disk.",
+    )
+    cache_args(q)
+    q.add_argument("--json", action="store_true", help="print the report as JSON")
+    q.set_defaults(run=cmd_info)
+
+    q = sub.add_parser(
+        "check",
+        help="find missing and damaged frames",
+        description="Reads every frame with "
+        "the library's readers and lists each missing or damaged frame with what is wrong. "
+        "Exit status 1 when anything is wrong.",
+    )
+    cache_args(q)
+    q.add_argument("--frames", metavar="A-B", help="frames to check (default: every frame present)")
+    q.set_defaults(run=cmd_check)
+
+    q = sub.add_parser(
+        "abc",
+        help="an Alembic file as the reader sees it",
+        description="The object tree (paths, "
+        "schemas, sample counts) as groomcore's Alembic reader sees it; with --body, the shape "
+        "nodes findBodyMeshShapeNode considers and what it returns.",
+    )
+    q.add_argument("file", metavar="FILE")
+    q.add_argument("--body", metavar="NAME", help="look a body shape up by name, as the rebinding does")
+    q.set_defaults(run=cmd_abc)
+
+    def export_args(q: argparse.ArgumentParser) -> None:
+        cache_args(q)
+        q.add_argument(
+            "out_base",
+            metavar="OUT_BASE",
+            help="output path prefix: OUT_BASE.high_geom.1001.usd, OUT_BASE.high.usda, ...",
+        )
+        q.add_argument("--frames", metavar="A-B", required=True, help="the shot's frames")
+        q.add_argument("--level", choices=("high", "low", "both"), default="both", help="levels of detail")
+        q.add_argument("--ratio", type=float, default=1.0, help="exportRatio in (0, 1] (default 1)")
+        q.add_argument("--normals", action="store_true", help="write root normals with the curves")
+        q.add_argument(
+            "--feathers",
+            action="store_true",
+            help="feather mode: the cache's feathers with their per-strand transforms and folds",
+        )
+        q.add_argument("--up-axis", choices=("Y", "Z"), default="Y", help="the shot asset's up axis (default Y)")
+        q.add_argument(
+            "--meters-per-unit",
+            type=float,
+            default=0.01,
+            help="the shot asset's meters per unit (default 0.01: centimetres)",
+        )
+
+    q = sub.add_parser(
+        "export-usd",
+        help="export a cache to USD",
+        description="Exports each frame with "
+        "ZCurvesToUSD to per-frame files, then writes one shot asset per level that composes the "
+        "attribute file with the per-frame geometry as USD value clips. Files appear under their "
+        "final names only when complete.",
+    )
+    export_args(q)
+    q.add_argument("--workers", type=int, default=0, help="run the frames on a local Dask cluster of N processes")
+    q.add_argument("--scheduler", metavar="ADDRESS", help="run the frames on an existing Dask cluster")
+    q.add_argument("--chunk", metavar="A-B", help="export these frames only and no shot asset (see assemble)")
+    q.add_argument("--resume", action="store_true", help="skip frames whose files are complete")
+    q.add_argument("--quiet", action="store_true", help="no progress bar")
+    q.set_defaults(run=cmd_export)
+
+    q = sub.add_parser(
+        "assemble",
+        help="write the shot assets of exported chunks",
+        description="After export-usd --chunk runs: the attribute files and the shot asset of each level.",
+    )
+    export_args(q)
+    q.set_defaults(run=cmd_assemble)
+    return p
+
+
+def main(argv: list[str] | None = None) -> int:
+    try:
+        args = parser().parse_args(argv)
+        return int(args.run(args))
+    except UsageError as e:
+        print(f"{e}" if str(e).startswith(PROG) else f"{PROG}: {e}", file=sys.stderr)
+        return 2
+    except (CacheError, OSError) as e:
+        print(f"{PROG}: error: {e}", file=sys.stderr)
+        return 1
+    except KeyboardInterrupt:
+        print(f"{PROG}: interrupted; finished frames are in place, rerun with --resume", file=sys.stderr)
+        return 130
+
+
+__all__ = ["FrameProblem", "main"]

@@ -1,0 +1,275 @@
+"""A cache to USD: each frame exported by ZCurvesToUSD to files of its own, then one shot
+asset per level that composes the attribute file with the per-frame geometry as USD
+value clips (stitched by usd-core's UsdUtils), so that a renderer or a DCC opens one file
+for the whole shot.
+
+Frames are independent: they run in this process or on Dask workers, and every file is
+the same whichever runs it. A frame is written into a staging folder and renamed into
+place when complete, so no half-written file ever stands under a final name.
+"""
+
+from __future__ import annotations
+
+import os
+import shutil
+import time
+from collections.abc import Callable, Sequence
+from dataclasses import dataclass
+from pathlib import Path
+from typing import Any
+
+from . import _groomcore as gc
+from .cachefiles import CacheDir, CacheError
+
+LEVELS = {"high": (True,), "low": (False,), "both": (True, False)}
+PARTIAL = ".groomcore-partial"
+
+
+@dataclass(frozen=True)
+class Settings:
+    cache_root: str
+    name: str
+    out_base: str  # OUT_BASE: files are OUT_BASE.{high,low}_geom.FRAME.usd
+    levels: tuple[bool, ...]
+    ratio: float = 1.0
+    normals: bool = False
+    feathers: bool = False
+
+
+def level_name(high: bool) -> str:
+    return "high" if high else "low"
+
+
+def geometry_file(s: Settings, frame: int, high: bool) -> Path:
+    return Path(f"{s.out_base}.{level_name(high)}_geom.{frame:04d}.usd")
+
+
+def attribute_file(s: Settings, high: bool) -> Path:
+    return Path(f"{s.out_base}.{level_name(high)}_geom.0000.usd")
+
+
+def asset_file(s: Settings, high: bool) -> Path:
+    return Path(f"{s.out_base}.{level_name(high)}.usda")
+
+
+def frame_done(s: Settings, frame: int) -> bool:
+    return all(geometry_file(s, frame, h).is_file() for h in s.levels)
+
+
+# Static data each process reads once per cache: feathers and the binding scheme.
+_static: dict[tuple[str, str], tuple[list[gc.ZFeather], int]] = {}
+
+
+def _static_data(s: Settings) -> tuple[list[gc.ZFeather], int]:
+    key = (s.cache_root, s.name)
+    if key not in _static:
+        cache = CacheDir(Path(s.cache_root), s.name)
+        feathers = cache.feathers() if s.feathers else []
+        scheme = cache.info_record().get("BindingScheme", "0")
+        _static[key] = (feathers, int(scheme) if scheme.lstrip("-").isdigit() else 0)
+    return _static[key]
+
+
+def _exporter(s: Settings, frame: int, base: Path) -> tuple[gc.ZCurvesToUSD, list[Any]]:
+    """An exporter for one frame of the cache, its inputs kept alive beside it."""
+    cache = CacheDir(Path(s.cache_root), s.name)
+    curves, follicles = cache.read_frame(frame)
+    box = cache.box(frame)
+    x = gc.ZCurvesToUSD()
+    x.name, x.basePath = s.name, str(base)
+    x.follicles, x.curves, x.boundingBox = follicles, curves, box
+    x.perFrameFiles, x.exportRatio, x.writeNormals = True, s.ratio, s.normals
+    keep: list[Any] = [curves, follicles, box]
+    if s.feathers:
+        feathers, scheme = _static_data(s)
+        transforms, folds = cache.transforms(frame), cache.folds(frame)
+        if not feathers or transforms is None or folds is None:
+            raise CacheError(f"frame {frame}: --feathers needs the cache's feathers, xforms_ and folds_ files")
+        x.featherMode, x.bindingScheme, x.feathers = True, scheme, feathers
+        x.scales, x.rotations, x.folds = transforms[0], transforms[1], folds
+    return x, keep
+
+
+def _publish(staged: Path, final: Path) -> None:
+    """Moves a complete file under its final name (one rename: never half there)."""
+    final.parent.mkdir(parents=True, exist_ok=True)
+    os.replace(staged, final)
+
+
+def _stage_dir(s: Settings, what: str) -> Path:
+    d = Path(s.out_base).parent / PARTIAL / f"{what}.{os.getpid()}.{time.monotonic_ns()}"
+    d.mkdir(parents=True, exist_ok=False)
+    return d
+
+
+def _fail_once_for_tests(frame: int) -> None:
+    """GROOMCORE_EXPORT_FAIL_ONCE=FRAME:MARKER ends the process the first time FRAME is
+    exported, with its files staged but not published: the test suite's killed worker."""
+    spec = os.environ.get("GROOMCORE_EXPORT_FAIL_ONCE", "")
+    if ":" in spec:
+        target, marker = spec.split(":", 1)
+        if target == str(frame) and not os.path.exists(marker):
+            Path(marker).touch()
+            os._exit(3)
+
+
+def export_frame(s: Settings, frame: int) -> dict[str, Any]:
+    """Exports one frame at every level; returns its timing and peak memory."""
+    t0 = time.perf_counter()
+    stage = _stage_dir(s, f"frame{frame}")
+    try:
+        x, _keep = _exporter(s, frame, stage / Path(s.out_base).name)
+        for high in s.levels:
+            x.writeGeometryToUSD(frame, high, False)
+        del x
+        _fail_once_for_tests(frame)
+        for high in s.levels:
+            _publish(stage / geometry_file(s, frame, high).name, geometry_file(s, frame, high))
+    finally:
+        shutil.rmtree(stage, ignore_errors=True)
+        _remove_partial_if_empty(s)
+    import resource
+
+    return {
+        "frame": frame,
+        "seconds": time.perf_counter() - t0,
+        "peak_rss_mb": resource.getrusage(resource.RUSAGE_SELF).ru_maxrss / 1024,
+        "pid": os.getpid(),
+    }
+
+
+def run_frames(
+    s: Settings,
+    frames: Sequence[int],
+    workers: int = 0,
+    scheduler: str = "",
+    progress: bool = True,
+    on_error: Callable[[int, str], None] | None = None,
+) -> tuple[list[dict[str, Any]], dict[int, str]]:
+    """Exports the frames serially, on a local Dask cluster of `workers` processes, or on the
+    cluster at `scheduler`. Returns the frames' reports and the frames that failed, with why."""
+    from tqdm import tqdm
+
+    results: list[dict[str, Any]] = []
+    failed: dict[int, str] = {}
+    bar = tqdm(total=len(frames), unit="frame", disable=not progress or None, dynamic_ncols=True)
+
+    def failure(frame: int, why: str) -> None:
+        failed[frame] = why
+        if on_error:
+            on_error(frame, why)
+
+    try:
+        if not workers and not scheduler:
+            for frame in frames:
+                try:
+                    results.append(export_frame(s, frame))
+                except CacheError as e:
+                    failure(frame, str(e))
+                bar.update()
+        else:
+            from dask.distributed import Client, LocalCluster, as_completed
+
+            cluster = None
+            if scheduler:
+                client = Client(scheduler)
+            else:
+                # One frame at a time per worker process, and one OpenMP thread in it: the
+                # processes are the parallelism, and N of them fill N cores.
+                cluster = LocalCluster(
+                    n_workers=workers,
+                    threads_per_worker=1,
+                    processes=True,
+                    dashboard_address=None,
+                    silence_logs=40,
+                    env={"OMP_NUM_THREADS": "1"},
+                )
+                client = Client(cluster)
+            try:
+                futures = client.map(export_frame, [s] * len(frames), list(frames), pure=False, retries=2)
+                index = {f.key: frame for f, frame in zip(futures, frames, strict=True)}
+                for future in as_completed(futures):
+                    frame = index[future.key]
+                    try:
+                        results.append(future.result())
+                    except CacheError as e:
+                        failure(frame, str(e))
+                    except Exception as e:  # a worker lost more often than retries allow
+                        failure(frame, f"{type(e).__name__}: {e}")
+                    bar.update()
+            finally:
+                client.close()
+                if cluster is not None:
+                    cluster.close()
+    finally:
+        bar.close()
+    return sorted(results, key=lambda r: int(r["frame"])), failed
+
+
+def assemble(s: Settings, frames: Sequence[int], up_axis: str, meters_per_unit: float) -> list[Path]:
+    """The attribute file of each level (from the first frame) and the shot asset that
+    composes it with the per-frame files as value clips. Every frame must be there."""
+    missing = [f for f in frames if not frame_done(s, f)]
+    if missing:
+        shown = ", ".join(str(f) for f in missing[:10]) + (" ..." if len(missing) > 10 else "")
+        raise CacheError(f"{len(missing)} frames are not exported yet: {shown}")
+    from pxr import Sdf, UsdUtils
+
+    stage = _stage_dir(s, "attributes")
+    written: list[Path] = []
+    try:
+        x, _keep = _exporter(s, frames[0], stage / Path(s.out_base).name)
+        for high in s.levels:
+            x.writeAttributeToUSD(high)
+        del x
+        for high in s.levels:
+            _publish(stage / attribute_file(s, high).name, attribute_file(s, high))
+    finally:
+        shutil.rmtree(stage, ignore_errors=True)
+
+    # Stitched in a staging folder that links the clips under their own names, so that the
+    # asset names them relative to itself; its three layers are then moved into place, the
+    # asset last.
+    out_dir = Path(s.out_base).parent.resolve()
+    cwd = os.getcwd()
+    stage = _stage_dir(s, "asset")
+    try:
+        for f in frames:
+            for high in s.levels:
+                (stage / geometry_file(s, f, high).name).symlink_to(out_dir / geometry_file(s, f, high).name)
+        for high in s.levels:
+            (stage / attribute_file(s, high).name).symlink_to(out_dir / attribute_file(s, high).name)
+        os.chdir(stage)
+        for high in s.levels:
+            attributes = Sdf.Layer.OpenAsAnonymous(attribute_file(s, high).name)
+            final = asset_file(s, high)
+            result = Sdf.Layer.CreateNew(final.name)
+            clips = [geometry_file(s, f, high).name for f in frames]
+            prim = Sdf.Path("/" + str(attributes.defaultPrim))
+            if not UsdUtils.StitchClips(result, clips, prim, frames[0], frames[-1]):
+                raise CacheError(f"usd-core could not stitch the clips of {final.name}")
+            # The attribute half (topology, widths, primvars) over the clips' topology layer.
+            result.subLayerPaths.insert(0, "./" + attribute_file(s, high).name)
+            result.pseudoRoot.SetInfo("upAxis", up_axis)
+            result.pseudoRoot.SetInfo("metersPerUnit", meters_per_unit)
+            result.defaultPrim = attributes.defaultPrim
+            result.Save()
+            stem = final.name[: -len(".usda")]
+            for name in (f"{stem}.topology.usda", f"{stem}.manifest.usda", final.name):
+                if (stage / name).exists():
+                    _publish(stage / name, out_dir / name)
+            written.append(out_dir / final.name)
+    finally:
+        os.chdir(cwd)
+        shutil.rmtree(stage, ignore_errors=True)
+        _remove_partial_if_empty(s)
+    return written
+
+
+def _remove_partial_if_empty(s: Settings) -> None:
+    """The staging folder goes once nothing is staged in it (what a killed process left
+    there stays: it stands under no final name, and a farm's other jobs may be using it)."""
+    try:
+        (Path(s.out_base).parent / PARTIAL).rmdir()
+    except OSError:
+        pass

@@ -1,0 +1,224 @@
+"""The `groomcore` command on a cache baked by the example host: info and check on good and
+damaged caches, export to per-frame USD files and a value-clip shot asset that usd-core
+reads back, farm-style runs (workers, chunks, a killed worker, an interrupted run) that all
+give byte-identical files, and the Alembic tree with the body lookup explained."""
+
+from __future__ import annotations
+
+import json
+import os
+import shutil
+import subprocess
+import sys
+from pathlib import Path
+
+import numpy as np
+import pytest
+
+GROOMCORE = [sys.executable, "-m", "groomcore"]
+FRAMES = "1001-1006"
+
+
+def run(*args: object, env: dict[str, str] | None = None) -> subprocess.CompletedProcess[str]:
+    return subprocess.run(
+        [*GROOMCORE, *map(str, args)], capture_output=True, text=True, env={**os.environ, **(env or {})}
+    )
+
+
+@pytest.fixture(scope="module")
+def cache(tmp_path_factory: pytest.TempPathFactory, root: Path) -> Path:
+    """The Python example host's cache: 300 strands, feathers, a source, transforms, folds."""
+    out = tmp_path_factory.mktemp("example")
+    subprocess.run(
+        [sys.executable, root / "examples" / "groom.py", out, "--strands", "300"], check=True, capture_output=True
+    )
+    return out
+
+
+def tree(folder: Path) -> dict[str, bytes]:
+    return {p.name: p.read_bytes() for p in sorted(folder.iterdir()) if p.is_file()}
+
+
+def test_info_and_check_on_a_good_cache(cache: Path) -> None:
+    done = run("info", cache, "hair")
+    assert done.returncode == 0, done.stderr
+    assert "frames     24: 1001-1024" in done.stdout and "strands    300 with 2,400 CVs" in done.stdout
+    assert "holds      feathers, sources, transforms, folds" in done.stdout
+    report = json.loads(run("info", cache, "hair", "--json").stdout)
+    assert report["info"]["FeatherCount"] == "2" and report["frame_count"] == 24 and report["bytes"] > 0
+    done = run("check", cache, "hair")
+    assert done.returncode == 0 and "24 frames checked, 0 missing or damaged" in done.stdout
+
+
+def test_check_names_every_fault(cache: Path, tmp_path: Path) -> None:
+    bad = tmp_path / "hair"
+    shutil.copytree(cache / "hair", bad)
+    curves = bad / "curves_p1005"
+    curves.write_bytes(curves.read_bytes()[: curves.stat().st_size // 2])  # truncated frame
+    (bad / "curves_p1010").unlink()  # missing frame
+    (bad / "folds_p1012").write_bytes(b"\x05\x00")  # damaged folds
+    (bad / "info").write_bytes(os.urandom(300))  # garbage info
+    done = run("check", tmp_path, "hair", "--frames", "1001-1024")
+    lines = done.stdout.splitlines()
+    assert done.returncode == 1
+    assert "static: info: missing or holds no key" in lines
+    assert any(line.startswith("frame 1005: ") for line in lines), lines
+    assert "frame 1010: missing (no curves_p1010)" in lines
+    assert any(line.startswith("frame 1012: folds") for line in lines), lines
+    assert lines[-1].endswith("24 frames checked, 3 missing or damaged, 1 problems in the static files")
+
+    (tmp_path / "empty").mkdir()
+    done = run("check", tmp_path, "empty")
+    assert done.returncode == 1 and "follicles" in done.stdout and "info" in done.stdout
+    done = run("info", tmp_path, "nothing")
+    assert done.returncode == 1 and done.stderr.count("\n") == 1 and "is not a directory" in done.stderr
+
+
+def test_bad_usage_is_one_line_and_status_2(cache: Path) -> None:
+    for args in (
+        ["export-usd", cache, "hair", "x", "--frames", "9-1"],
+        ["export-usd", cache, "hair", "x"],
+        ["check", cache, "hair", "--frames", "abc"],
+        ["frobnicate"],
+    ):
+        done = run(*args)
+        assert done.returncode == 2 and done.stderr.count("\n") == 1 and "Traceback" not in done.stderr, args
+
+
+def read_asset(asset: Path, path: str, times: list[float]) -> dict[float, dict[str, np.ndarray]]:
+    script = f"""
+import json, numpy as np
+from pxr import Usd, UsdGeom
+stage = Usd.Stage.Open({str(asset)!r})
+prim = stage.GetPrimAtPath({path!r})
+out = {{}}
+for t in {times!r}:
+    out[t] = {{name: np.asarray(prim.GetAttribute(name).Get(t), dtype=float).ravel().tolist()
+              for name in ("points", "widths", "extent") if prim.GetAttribute(name).HasValue()}}
+print(json.dumps({{"up": UsdGeom.GetStageUpAxis(stage), "mpu": UsdGeom.GetStageMetersPerUnit(stage),
+                  "values": out}}))
+"""
+    done = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True, check=True)
+    data = json.loads(done.stdout)
+    assert data["up"] == "Y" and data["mpu"] == 0.01
+    return {float(t): {k: np.array(v) for k, v in d.items()} for t, d in data["values"].items()}
+
+
+@pytest.mark.parametrize(("feathers", "prim"), [(False, "/hair"), (True, "/hair/contour")], ids=["curves", "feathers"])
+def test_shot_asset_holds_every_frame_and_value_clips_between(
+    cache: Path, tmp_path: Path, feathers: bool, prim: str
+) -> None:
+    base = tmp_path / "shot" / "hair"
+    done = run(
+        "export-usd",
+        cache,
+        "hair",
+        base,
+        "--frames",
+        FRAMES,
+        "--level",
+        "high",
+        "--quiet",
+        *(["--feathers"] if feathers else ["--normals"]),
+    )
+    assert done.returncode == 0, done.stderr
+    frames = [float(f) for f in range(1001, 1007)]
+    shot = read_asset(Path(f"{base}.high.usda"), prim, [*frames, 1002.5])
+    for f in frames:
+        alone = read_asset_layer(Path(f"{base}.high_geom.{int(f)}.usd"), prim, f)
+        for name in ("points", "extent"):
+            assert np.array_equal(shot[f][name], alone[name]), (f, name)
+        attributes = read_asset_layer(Path(f"{base}.high_geom.0000.usd"), prim, f)
+        if "widths" in attributes:
+            assert np.array_equal(shot[f]["widths"], attributes["widths"])
+    # Between two frames value clips interpolate the two clips' samples.
+    assert np.allclose(shot[1002.5]["points"], (shot[1002.0]["points"] + shot[1003.0]["points"]) / 2, atol=1e-6)
+
+
+def read_asset_layer(layer: Path, prim: str, t: float) -> dict[str, np.ndarray]:
+    script = f"""
+import json, numpy as np
+from pxr import Usd
+stage = Usd.Stage.Open({str(layer)!r})
+p = stage.GetPrimAtPath({prim!r})
+print(json.dumps({{n: np.asarray(p.GetAttribute(n).Get({t}), dtype=float).ravel().tolist()
+                  for n in ("points", "widths", "extent") if p.GetAttribute(n).HasValue()}}))
+"""
+    done = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True, check=True)
+    return {k: np.array(v) for k, v in json.loads(done.stdout).items()}
+
+
+def test_workers_chunks_crashes_and_resume_give_the_serial_files(cache: Path, tmp_path: Path) -> None:
+    common = ["--frames", FRAMES, "--feathers", "--quiet"]
+    serial = tmp_path / "serial"
+    assert run("export-usd", cache, "hair", serial / "hair", *common).returncode == 0
+    expected = tree(serial)
+    assert len(expected) == 2 * 6 + 2 * 4  # per level: 6 frames, attributes, asset, topology, manifest
+
+    # Two workers, one of which is killed with its frame staged but not published.
+    crash = {"GROOMCORE_EXPORT_FAIL_ONCE": f"1003:{tmp_path / 'crashed-once'}"}
+    done = run("export-usd", cache, "hair", tmp_path / "workers" / "hair", *common, "--workers", "2", env=crash)
+    assert done.returncode == 0, done.stderr[-2000:]
+    assert (tmp_path / "crashed-once").exists() and tree(tmp_path / "workers") == expected
+
+    # Three chunks, as three farm jobs, then the assembly.
+    for chunk in ("1001-1002", "1003-1004", "1005-1006"):
+        assert run("export-usd", cache, "hair", tmp_path / "chunks" / "hair", *common, "--chunk", chunk).returncode == 0
+    assert (
+        run("assemble", cache, "hair", tmp_path / "chunks" / "hair", "--frames", FRAMES, "--feathers").returncode == 0
+    )
+    assert tree(tmp_path / "chunks") == expected
+
+    # A serial run killed at frame 1004 leaves no file of it under a final name; --resume finishes it.
+    crash = {"GROOMCORE_EXPORT_FAIL_ONCE": f"1004:{tmp_path / 'interrupted-once'}"}
+    done = run("export-usd", cache, "hair", tmp_path / "resumed" / "hair", *common, env=crash)
+    assert done.returncode == 3
+    assert not any("1004" in name for name in tree(tmp_path / "resumed"))
+    done = run("export-usd", cache, "hair", tmp_path / "resumed" / "hair", *common, "--resume")
+    assert done.returncode == 0 and "resuming: 3 frames already exported" in done.stdout
+    assert tree(tmp_path / "resumed") == expected
+
+
+def test_export_faults_are_reported(cache: Path, tmp_path: Path) -> None:
+    damaged = tmp_path / "damaged"
+    shutil.copytree(cache, damaged, ignore=shutil.ignore_patterns("usd", "python"))
+    (damaged / "hair" / "curves_p1003").write_bytes(b"\x01\x02")
+    done = run("export-usd", damaged, "hair", tmp_path / "out" / "hair", "--frames", FRAMES, "--quiet")
+    assert done.returncode == 1 and "frame 1003:" in done.stderr and "1 frames failed: 1003" in done.stderr
+    exported = tree(tmp_path / "out")
+    assert len([n for n in exported if "_geom.10" in n]) == 2 * 5 and not any(n.endswith(".usda") for n in exported)
+
+    blocker = tmp_path / "a-file"
+    blocker.write_text("")
+    done = run("export-usd", cache, "hair", blocker / "hair", "--frames", FRAMES)
+    assert done.returncode == 1 and done.stderr.startswith("groomcore: error: cannot write to")
+
+
+def test_abc_tree_and_the_body_lookup_explained(tmp_path: Path) -> None:
+    script = f"""
+import imath
+from alembic3d import Abc, AbcGeom
+archive = Abc.OArchive({str(tmp_path / "blender.abc")!r})
+xf = AbcGeom.OXform(archive.getTop(), "bodyShape")
+for k in range(3):
+    s = AbcGeom.XformSample()
+    s.setTranslation(imath.V3d(k, 0, 0))
+    xf.getSchema().set(s)
+mesh = AbcGeom.OPolyMesh(xf, "Suzanne")
+p = imath.V3fArray(3)
+for i, q in enumerate([(0, 0, 0), (1, 0, 0), (0, 1, 0)]):
+    p[i] = imath.V3f(*q)
+idx, cnt = imath.IntArray(3), imath.IntArray(1)
+idx[0], idx[1], idx[2], cnt[0] = 0, 2, 1, 3
+mesh.getSchema().set(AbcGeom.OPolyMeshSchemaSample(p, idx, cnt))
+"""
+    subprocess.run([sys.executable, "-c", script], check=True)
+    done = run("abc", tmp_path / "blender.abc", "--body", "bodyShape")
+    assert done.returncode == 1
+    assert "bodyShape" in done.stdout and "AbcGeom_Xform_v3" in done.stdout and "3 samples" in done.stdout
+    assert "returns    nothing" in done.stdout and "/bodyShape/Suzanne" in done.stdout
+    assert "look the body up as 'Suzanne'" in done.stdout
+    done = run("abc", tmp_path / "blender.abc", "--body", "Suzanne")
+    assert done.returncode == 0 and "returns    /bodyShape/Suzanne" in done.stdout
+    done = run("abc", tmp_path / "missing.abc")
+    assert done.returncode == 1 and done.stderr.startswith("groomcore: error:")
