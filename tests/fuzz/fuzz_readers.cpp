@@ -232,6 +232,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             ZBoundingBox B;
             ZMatrix W;
             ZFloatArray UV;
+            (void)all[i].numSamples();
             for (int sample : {0, 1, 7}) {
                 all[i].getTransformations(t, r, s, sample);
                 if (all[i].getPolyMeshData(&P, &V, &C, &I, &B, &W, &UV, &UVI, sample)) {
