@@ -3,7 +3,8 @@
     alembic_bench_peer.py write DIR POINTS SAMPLES OBJECTS
         mesh.abc: one animated PolyMesh of POINTS points (a grid of quads) over SAMPLES
         samples; tree.abc: OBJECTS objects, transforms in groups of 100, each holding a
-        small mesh.
+        small mesh; full.abc: a mesh of POINTS points with indexed face-varying UVs over 10
+        samples; wide_2500.abc and wide_10000.abc: that many sibling transforms.
     alembic_bench_peer.py read DIR SAMPLES
         reads every sample's positions of mesh.abc, and walks tree.abc reading every
         object's name and full name; prints one JSON line with the seconds spent in the
@@ -68,6 +69,51 @@ def write(out, points, samples, objects):
         made += 2
     del keep, group, top, archive
 
+    archive = Abc.OArchive(os.path.join(out, "full.abc"))
+    tsi = archive.addTimeSampling(AbcCoreAbstract.TimeSampling(1.0 / 24, 1.0 / 24))
+    mesh = AbcGeom.OPolyMesh(archive.getTop(), "fullShape", tsi)
+    uv_values = imath.V2fArrayFromBuffer(np.ascontiguousarray((base[:, :2] / side).astype(np.float32)))
+    uv_indices = imath.UnsignedIntArray(len(indices))  # no buffer constructor for unsigned ints
+    for i, v in enumerate(indices.tolist()):
+        uv_indices[i] = v
+    for k in range(10):
+        p = base.copy()
+        p[:, 2] = 0.01 * k
+        uv = AbcGeom.OV2fGeomParamSample(uv_values, uv_indices, AbcGeom.GeometryScope.kFacevaryingScope)
+        mesh.getSchema().set(AbcGeom.OPolyMeshSchemaSample(
+            imath.V3fArrayFromBuffer(np.ascontiguousarray(p)), imath.IntArrayFromBuffer(indices),
+            imath.IntArrayFromBuffer(counts), uv))
+    del mesh, archive
+
+    for n in (2500, 10000):
+        archive = Abc.OArchive(os.path.join(out, "wide_%d.abc" % n))
+        top = archive.getTop()
+        keep = [AbcGeom.OXform(top, "sibling%05d" % i) for i in range(n)]
+        del keep, top, archive
+
+
+def read_full(out):
+    """Every array of every sample: positions, counts, indices, UV values and indices."""
+    t0 = time.perf_counter()
+    archive = Abc.IArchive(os.path.join(out, "full.abc"))
+    schema = AbcGeom.IPolyMesh(archive.getTop().getChild(0), Abc.WrapExistingFlag.kWrapExisting).getSchema()
+    uv = schema.getUVsParam()
+    total = 0
+    for k in range(schema.getNumSamples()):
+        sel = Abc.ISampleSelector(requestedIndex=k)
+        v = schema.getValue(sel)
+        u = uv.getIndexedValue(sel)
+        total += len(v.getPositions()) + len(v.getFaceCounts()) + len(v.getFaceIndices())
+        total += len(u.getVals()) + len(u.getIndices())
+    return time.perf_counter() - t0, total
+
+
+def read_wide(out, n):
+    t0 = time.perf_counter()
+    top = Abc.IArchive(os.path.join(out, "wide_%d.abc" % n)).getTop()
+    names = sum(len(top.getChild(i).getName()) for i in range(top.getNumChildren()))
+    return time.perf_counter() - t0, names
+
 
 def read(out, samples):
     t0 = time.perf_counter()
@@ -89,7 +135,11 @@ def read(out, samples):
             names += len(child.getName()) + len(child.getFullName())
             stack.append(child)
     tree_s = time.perf_counter() - t0
-    print(json.dumps({"mesh_s": mesh_s, "tree_s": tree_s, "points": total, "names": names}))
+    full_s, values = read_full(out)
+    wide_2500_s, _ = read_wide(out, 2500)
+    wide_10000_s, _ = read_wide(out, 10000)
+    print(json.dumps({"mesh_s": mesh_s, "tree_s": tree_s, "points": total, "names": names, "full_s": full_s,
+                      "values": values, "wide_2500_s": wide_2500_s, "wide_10000_s": wide_10000_s}))
 
 
 if __name__ == "__main__":

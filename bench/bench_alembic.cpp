@@ -1,6 +1,8 @@
 // groomcore's Alembic reader against the real Alembic library (alembic3d) on the same
-// files, in one run: the positions of an animated mesh of 1M points over 24 samples, and
-// the hierarchy of a scene of 10,000 objects (names and full names of all). The files are
+// files, in one run: the positions of an animated mesh of 1M points over 24 samples; every
+// array (positions, face counts and indices, indexed UV values and indices) of a 1M-point
+// mesh over 10 samples; the hierarchy of a scene of 10,000 objects (names and full names of
+// all); and a walk by index over 2,500 and 10,000 siblings (linear in the siblings). The files are
 // written by bench/alembic_bench_peer.py with the real library; the peer's times are those
 // it measures around its library calls.
 #include <benchmark/benchmark.h>
@@ -26,7 +28,7 @@ std::string dir() {
     static const std::string d = [] {
         const fs::path p = fs::temp_directory_path() / "groomcore-bench-alembic";
         fs::create_directories(p);
-        if (!fs::exists(p / "tree.abc")) {
+        if (!fs::exists(p / "wide_10000.abc")) {
             const std::string cmd = std::string("'") + GROOMCORE_PYTHON + "' '" + GROOMCORE_BENCH_SOURCE_DIR +
                                     "/alembic_bench_peer.py' write '" + p.string() + "' 1000000 " +
                                     std::to_string(kSamples) + " 10000";
@@ -67,8 +69,44 @@ void BM_AbcTree_Groomcore(benchmark::State& state) {
     state.counters["name_chars"] = static_cast<double>(names) / static_cast<double>(state.iterations());
 }
 
+void BM_AbcFullRead_Groomcore(benchmark::State& state) {
+    const std::string file = dir() + "/full.abc";
+    size_t total = 0;
+    for (auto _ : state) {
+        ZAlembicArchive a;
+        if (!a.open(file.c_str())) state.SkipWithError("cannot open");
+        ZAlembicObject shape;
+        a.topObject().getChild(0, shape);
+        ZVectorArray points;
+        ZIntArray counts, indices, uvIndices;
+        ZFloatArray uvs;
+        for (int k = 0; k < shape.numSamples(); ++k) {
+            shape.getPolyMeshData(&points, nullptr, &counts, &indices, nullptr, nullptr, &uvs, &uvIndices, k);
+            total += points.size() + counts.size() + indices.size() + uvs.size() / 2 + uvIndices.size();
+        }
+    }
+    state.counters["values_per_read"] = static_cast<double>(total) / static_cast<double>(state.iterations());
+}
+
+// numChildren and getChild(i) over every sibling, as ZSource's walk does.
+void BM_AbcWide_Groomcore(benchmark::State& state) {
+    const std::string file = dir() + "/wide_" + std::to_string(state.range(0)) + ".abc";
+    size_t names = 0;
+    for (auto _ : state) {
+        ZAlembicArchive a;
+        if (!a.open(file.c_str())) state.SkipWithError("cannot open");
+        const ZAlembicObject top = a.topObject();
+        for (int i = 0; i < top.numChildren(); ++i) {
+            ZAlembicObject child;
+            top.getChild(i, child);
+            names += child.name().size();
+        }
+    }
+    state.counters["name_chars"] = static_cast<double>(names) / static_cast<double>(state.iterations());
+}
+
 struct Peer {
-    double mesh = -1, tree = -1;
+    double mesh = -1, tree = -1, full = -1, wide2500 = -1, wide10000 = -1;
 };
 
 const Peer& peer() {
@@ -82,6 +120,9 @@ const Peer& peer() {
     auto number = [&](const char* key) { return bench::jsonNumber(out, key); };
     p.mesh = number("mesh_s");
     p.tree = number("tree_s");
+    p.full = number("full_s");
+    p.wide2500 = number("wide_2500_s");
+    p.wide10000 = number("wide_10000_s");
     return p;
 }
 
@@ -95,8 +136,23 @@ void BM_AbcTree_Alembic3d(benchmark::State& state) {
     for (auto _ : state) state.SetIterationTime(peer().tree);
 }
 
+void BM_AbcFullRead_Alembic3d(benchmark::State& state) {
+    if (peer().full <= 0) state.SkipWithError("the alembic3d peer did not run");
+    for (auto _ : state) state.SetIterationTime(peer().full);
+}
+
+void BM_AbcWide_Alembic3d(benchmark::State& state) {
+    const double t = state.range(0) == 2500 ? peer().wide2500 : peer().wide10000;
+    if (t <= 0) state.SkipWithError("the alembic3d peer did not run");
+    for (auto _ : state) state.SetIterationTime(t);
+}
+
 } // namespace
 
+BENCHMARK(BM_AbcFullRead_Groomcore)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_AbcFullRead_Alembic3d)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_AbcWide_Groomcore)->Arg(2500)->Arg(10000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_AbcWide_Alembic3d)->Arg(2500)->Arg(10000)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_AbcMesh_Groomcore)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_AbcMesh_Alembic3d)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_AbcTree_Groomcore)->Unit(benchmark::kMillisecond);

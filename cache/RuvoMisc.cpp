@@ -44,8 +44,11 @@ bool findBodyMeshShapeNode(const ZString& abcPath, const ZString& bodyName, ZAle
     ZAlembicObjectArray all;
     GetAllDescendantObjects(archive.topObject(), all, true);
     std::vector<ZAlembicObject> kept;
+    // Polygon meshes only: the one kind of shape the rebinding can read (a subdivision
+    // surface, points or an empty group of the same name are not a body).
     for (int i = 0; i < all.length(); ++i)
-        if (all[i].name().find(bodyName) != std::string::npos) kept.push_back(all[i]);
+        if (all[i].schema() == "AbcGeom_PolyMesh_v1" && all[i].name().find(bodyName) != std::string::npos)
+            kept.push_back(all[i]);
     archive.close();
     if (kept.size() != 1) return false;
     *object = kept[0];
@@ -99,8 +102,12 @@ void setRefIdxAndInvRotAndCurves(double frame, const ZAlembicObject& object, con
     ZBoundingBox box;
     ZMatrix matrix;
     ZFloatArray uvs;
-    object.getPolyMeshData(&points, &velocities, &counts, &connections, &box, &matrix, &uvs, &uvIndices,
-                           static_cast<int>(frame + 0.5));
+    if (!object.getPolyMeshData(&points, &velocities, &counts, &connections, &box, &matrix, &uvs, &uvIndices,
+                                static_cast<int>(frame + 0.5))) {
+        refIdx->clear();  // not a polygon mesh: nothing to bind to
+        invRot->clear();
+        return;
+    }
     ReverseConnections(counts, connections);
     ZTriMesh bodyMesh;
     bodyMesh.points = points;
@@ -109,7 +116,14 @@ void setRefIdxAndInvRotAndCurves(double frame, const ZAlembicObject& object, con
     bodyMesh.transform(matrix, false);
 
     const int n = curves->numCurves();
-    if (n < 1) {
+    // A body whose triangles name missing points, or strands on triangles it does not have,
+    // leave the outputs empty rather than read outside the body.
+    bool bound = n >= 1 && follicles.tgl.length() >= n && follicles.axs.length() >= n;
+    for (const ZTuple<3, int>& t : bodyMesh.v012)
+        bound = bound && t[0] >= 0 && t[1] >= 0 && t[2] >= 0 && t[0] < bodyMesh.numVertices() &&
+                t[1] < bodyMesh.numVertices() && t[2] < bodyMesh.numVertices();
+    for (int i = 0; bound && i < n; ++i) bound = follicles.tgl[i] >= 0 && follicles.tgl[i] < bodyMesh.numTriangles();
+    if (!bound) {
         refIdx->clear();
         invRot->clear();
         return;

@@ -35,10 +35,11 @@ bool readStrandsData(const Ulmex::ZString& cacheDirectory, int frame, Ulmex::ZCu
 
 // ------------------------------------------------------------------ body rebinding
 
-// Finds the one shape node (an object without children) in the Alembic file whose own
-// name holds `bodyName` anywhere (an empty name matches every shape). True with a copy in
-// `object`; false, with `object` untouched, when the file cannot be opened or none or
-// several shapes match.
+// Finds the one polygon mesh shape node in the Alembic file whose own name holds
+// `bodyName` anywhere (an empty name matches every mesh); face sets below a mesh do not
+// matter, and other shapes (a subdivision surface, an empty group) are never a body. True
+// with a copy in `object`; false, with `object` untouched, when the file cannot be opened
+// or none or several meshes match.
 bool findBodyMeshShapeNode(const Ulmex::ZString& abcPath, const Ulmex::ZString& bodyName,
                            Ulmex::ZAlembicObject* object);
 
@@ -47,9 +48,11 @@ bool findBodyMeshShapeNode(const Ulmex::ZString& abcPath, const Ulmex::ZString& 
 // `curves`: refIdx, the point index of its root triangle's corner farthest from the root
 // (axs origin; ties to the earlier corner); invRot, the inverse of the frame (tangent
 // towards that corner, binormal, triangle normal) as a general 4 x 4 inverse; and the CVs
-// made relative to the root, the root CV set to exactly zero. Trusts its input: tgl must
-// index the body's triangles. Runs the strands in parallel; the result does not depend on
-// the thread count.
+// made relative to the root, the root CV set to exactly zero. An object that is not a
+// polygon mesh, a body whose triangles name missing points, or a strand whose tgl is not a
+// triangle of the body (or follicles with fewer tgl or axs entries than strands) leave
+// refIdx and invRot empty and the curves as they were. Runs the strands in parallel; the
+// result does not depend on the thread count.
 void setRefIdxAndInvRotAndCurves(double frame, const Ulmex::ZAlembicObject& object, const ZFollicles& follicles,
                                  Ulmex::ZCurves* curves, Ulmex::ZIntArray* refIdx, Ulmex::ZMatrixArray* invRot);
 

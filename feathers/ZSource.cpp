@@ -85,7 +85,8 @@ void ZSource::getAlembicXformMatrix(ZAlembicObject object, ZMatrix& matrix) {
 void ZSource::DFS(ZAlembicObject object, std::map<ZString, bool> visited, ZMatrix matrix,
                   std::vector<ZPolyMesh>& meshes) {
     visited[object.fullPath()] = true;
-    if (object.isLeaf()) {
+    // A shape is read whole, whatever hangs below it (a mesh's face sets).
+    if (object.isLeaf() || object.isShape()) {
         ZPolyMesh leaf;
         object.getPolyMeshData(&leaf.points, nullptr, &leaf.vCounts, &leaf.vConnects, &leaf.boundingBox, nullptr,
                                nullptr, nullptr, 0);

@@ -50,7 +50,7 @@ public:
     void deform(const ZFollicles& follicles, const Ulmex::ZCurves& curves, int strandIndex, float scale, float angle,
                 Ulmex::ZVectorArray* outMesh, Ulmex::ZVectorArray* outLattice, Ulmex::ZVectorArray* outCurves,
                 bool useStrandBend) const;
-    // Loads `mesh` from an Alembic file: every leaf below the archive's first top-level
+    // Loads `mesh` from an Alembic file: every shape below the archive's first top-level
     // object O, each baked into one space by the transforms above it (read at sample 1;
     // geometry at sample 0), joined in walk order and triangulated. O's own transform
     // applies twice, once as the start of the walk and once when the walk enters O. A file

@@ -5,6 +5,9 @@
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <limits>
+#include <mutex>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "base/alembic/ZOgawa.h"
@@ -13,11 +16,30 @@ namespace Ulmex {
 
 namespace alembic {
 
+struct ObjectHeader {
+    std::string name, meta;
+};
+
+// A time sampling of the archive: uniform (one stored time), cyclic (several, with a time
+// per cycle) or acyclic (every time stored).
+struct TimeSampling {
+    double timePerCycle = 1.0;
+    std::vector<double> times{0.0};
+    bool acyclic() const { return timePerCycle == std::numeric_limits<double>::max() / 32.0; }
+    double time(std::uint32_t index) const;
+    std::uint32_t nearIndex(double t, std::uint32_t numSamples) const;
+};
+
 // What an open archive shares with every object read from it.
 struct Archive {
     std::shared_ptr<const ogawa::File> file;
     std::vector<std::string> indexedMeta;  // entry 0 is the empty metadata
     std::uint64_t topGroup = 0;
+    std::vector<TimeSampling> timeSamplings;  // entry 0 is the identity sampling
+    // The child headers of every group read so far, each parsed once: walks stay linear in
+    // the objects however wide the scene. Bounded by the headers in the file.
+    mutable std::mutex mutex;
+    mutable std::unordered_map<std::uint64_t, std::shared_ptr<const std::vector<ObjectHeader>>> headers;
 };
 
 // Alembic's plain-old-data types, as the file numbers them.
@@ -49,10 +71,6 @@ struct Cursor {
     }
 };
 
-struct ObjectHeader {
-    std::string name, meta;
-};
-
 // The headers of an object's children: the last child of its group, less a 32-byte hash.
 std::vector<ObjectHeader> objectHeaders(const Archive& a, const ogawa::Group& g) {
     std::vector<ObjectHeader> out;
@@ -82,10 +100,47 @@ std::vector<ObjectHeader> objectHeaders(const Archive& a, const ogawa::Group& g)
     return out;
 }
 
+// The headers of a group's children, parsed once per archive.
+std::shared_ptr<const std::vector<ObjectHeader>> cachedHeaders(const Archive& a, const ogawa::Group& g) {
+    {
+        std::lock_guard<std::mutex> lock(a.mutex);
+        auto it = a.headers.find(g.position());
+        if (it != a.headers.end()) return it->second;
+    }
+    auto parsed = std::make_shared<const std::vector<ObjectHeader>>(objectHeaders(a, g));
+    std::lock_guard<std::mutex> lock(a.mutex);
+    return a.headers.emplace(g.position(), std::move(parsed)).first->second;
+}
+
+// A sample's time: uniform, cyclic and acyclic samplings as Alembic defines them.
+double TimeSampling::time(std::uint32_t index) const {
+    if (acyclic()) return times[std::min<size_t>(index, times.size() - 1)];
+    const std::uint32_t n = static_cast<std::uint32_t>(times.size());
+    return times[index % n] + timePerCycle * static_cast<double>(index / n);
+}
+
+// The index of the sample nearest to time t among numSamples (ties to the earlier one), as
+// the real library's time-based reads choose it: times within 1e-5 of a sample are that
+// sample.
+std::uint32_t TimeSampling::nearIndex(double t, std::uint32_t numSamples) const {
+    if (numSamples <= 1 || !(t > time(0))) return 0;
+    const std::uint32_t last = numSamples - 1;
+    if (t >= time(last)) return last;
+    const double eps = 1e-5;
+    std::uint32_t lo = 0, hi = last;  // time(lo) <= t < time(hi), by bisection (times increase)
+    while (hi - lo > 1) {
+        const std::uint32_t mid = lo + (hi - lo) / 2;
+        (time(mid) <= t ? lo : hi) = mid;
+    }
+    if (std::fabs(t - time(hi)) <= eps) return hi;
+    return std::fabs(t - time(lo)) <= std::fabs(time(hi) - t) ? lo : hi;
+}
+
 struct PropertyHeader {
     int type = -1;  // 0 compound, 1 scalar, 2 array
     int pod = -1, extent = 0;
     std::uint32_t next = 0, first = 0, last = 0;
+    std::uint32_t timeSampling = 0;
     std::string name;
 };
 
@@ -117,7 +172,7 @@ std::vector<PropertyHeader> propertyHeaders(const Archive& a, const ogawa::Group
                 h.first = 1;
                 h.last = h.next - 1;
             }
-            if (info & 0x100) c.u32(width);  // time sampling index: samples are read by index
+            if (info & 0x100) h.timeSampling = c.u32(width);
         }
         const std::uint32_t nameSize = c.u32(width);
         if (!c.ok || nameSize == 0) break;
@@ -208,6 +263,18 @@ bool scalarValues(const Property& p, int sample, int pod, const std::uint8_t*& v
     return true;
 }
 
+// A scalar string property's value at sample 0: the bytes behind the 16-byte key, up to
+// the first NUL.
+bool scalarString(const Property& p, std::string& out) {
+    std::uint64_t idx;
+    if (!p.valid || p.header.type != 1 || p.header.pod != kString || !storedIndex(p.header, 0, idx)) return false;
+    const ogawa::Data d = p.group.data(idx);
+    if (d.size < 16) return false;
+    const char* b = reinterpret_cast<const char*>(d.ptr + 16);
+    out.assign(b, static_cast<size_t>(std::find(b, b + (d.size - 16), '\0') - b));
+    return true;
+}
+
 template <typename T>
 bool readArray(const Property& p, int sample, int pod, int extent, ZArray<T>& out) {
     static_assert(std::is_trivially_copyable<T>::value, "raw element type needed");
@@ -220,19 +287,57 @@ bool readArray(const Property& p, int sample, int pod, int extent, ZArray<T>& ou
     return true;
 }
 
-std::string schemaOf(const std::string& meta) {
-    // "key=value;key=value"
+// The value of `key` in metadata "key=value;key=value"; empty if absent.
+std::string metaValue(const std::string& meta, const char* key) {
+    const std::string prefix = std::string(key) + "=";
     size_t at = 0;
     while (at < meta.size()) {
         const size_t end = std::min(meta.find(';', at), meta.size());
-        const std::string kv = meta.substr(at, end - at);
-        if (kv.rfind("schema=", 0) == 0) return kv.substr(7);
+        if (meta.compare(at, prefix.size(), prefix) == 0) return meta.substr(at + prefix.size(), end - at - prefix.size());
         at = end + 1;
     }
     return {};
 }
 
+std::string schemaOf(const std::string& meta) { return metaValue(meta, "schema"); }
+
+// The schemas of geometry: an object with one is a shape, whatever hangs below it (face
+// sets under a mesh).
+bool isGeometrySchema(const std::string& schema) {
+    static const char* const kGeometry[] = {"AbcGeom_PolyMesh_v1", "AbcGeom_SubD_v1",   "AbcGeom_Points_v1",
+                                            "AbcGeom_Curve_v2",    "AbcGeom_NuPatch_v2"};
+    for (const char* g : kGeometry)
+        if (schema == g) return true;
+    return false;
+}
+
 ogawa::Group objectGroup(const Archive& a, std::uint64_t pos) { return ogawa::Group(*a.file, pos); }
+
+// The group and metadata of the object at a full path ("/a/b"), walking the cached child
+// headers from the top; false when a name is missing.
+bool resolvePath(const Archive& a, const std::string& path, std::uint64_t& group, std::string& meta) {
+    std::uint64_t at = a.topGroup;
+    std::string found;
+    size_t pos = 0, depth = 0;
+    while (pos < path.size()) {
+        if (path[pos] == '/') { ++pos; continue; }
+        const size_t end = std::min(path.find('/', pos), path.size());
+        const std::string name = path.substr(pos, end - pos);
+        pos = end;
+        if (++depth > static_cast<size_t>(ZAlembicObject::kMaxDepth)) return false;
+        const ogawa::Group g(*a.file, at);
+        const std::shared_ptr<const std::vector<ObjectHeader>> headers = cachedHeaders(a, g);
+        size_t i = 0;
+        while (i < headers->size() && (*headers)[i].name != name) ++i;
+        if (i == headers->size()) return false;
+        at = g.group(static_cast<std::uint64_t>(i) + 1).position();
+        found = (*headers)[i].meta;
+    }
+    if (depth == 0) return false;
+    group = at;
+    meta = found;
+    return true;
+}
 
 // ------------------------------------------------------------------------------- Xform
 
@@ -353,11 +458,39 @@ bool ZAlembicArchive::open(const char* path) {
     if (root.numChildren() < 6 || !root.isData(0) || !root.isData(1) || !root.isGroup(2) || !root.isData(3) ||
         !root.isData(4) || !root.isData(5))
         return false;
+    // Alembic's own archive version: 0 (and -1, before it was written) is all the format has.
     const ogawa::Data version = root.data(0);
     if (version.size != 4) return false;
+    std::int32_t archiveVersion;
+    std::memcpy(&archiveVersion, version.ptr, 4);
+    if (archiveVersion < -1 || archiveVersion > 0) return false;
     auto a = std::make_shared<Archive>();
     a->file = file;
     a->topGroup = root.group(2).position();
+    // The time samplings: max sample, time per cycle, stored times, for each.
+    const ogawa::Data ts = root.data(4);
+    Cursor t{ts.ptr, ts.size};
+    while (t.ok && t.pos < t.size && a->timeSamplings.size() < 65536) {
+        TimeSampling sampling;
+        t.u32(4);  // the largest sample written with it
+        double tpc = 0;
+        if (!t.has(8)) break;
+        std::memcpy(&tpc, t.p + t.pos, 8);
+        t.pos += 8;
+        const std::uint32_t n = t.u32(4);
+        if (!t.ok || n == 0 || !t.has(8ULL * n)) break;
+        sampling.timePerCycle = tpc;
+        sampling.times.resize(n);
+        std::memcpy(sampling.times.data(), t.p + t.pos, 8ULL * n);
+        t.pos += 8ULL * n;
+        // Times must increase, and a cycle must have a time: anything else reads as the
+        // identity sampling, so that no index search can go astray.
+        bool valid = sampling.acyclic() || (std::isfinite(tpc) && tpc > 0);
+        for (std::uint32_t i = 1; i < n && valid; ++i) valid = sampling.times[i] > sampling.times[i - 1];
+        for (double v : sampling.times) valid = valid && std::isfinite(v);
+        a->timeSamplings.push_back(valid ? sampling : TimeSampling());
+    }
+    if (a->timeSamplings.empty()) a->timeSamplings.emplace_back();
     a->indexedMeta.emplace_back();
     const ogawa::Data meta = root.data(5);
     Cursor c{meta.ptr, meta.size};
@@ -400,25 +533,49 @@ int ZAlembicObject::numSamples() const {
     return vals.valid && vals.header.type != 0 ? std::max(1, static_cast<int>(vals.header.next)) : 1;
 }
 
-std::vector<ZAlembicObject> ZAlembicObject::children() const {
+std::shared_ptr<const std::vector<ZAlembicObject>> ZAlembicObject::children() const {
+    std::shared_ptr<const std::vector<ZAlembicObject>> kids = std::atomic_load(&_children);
+    if (!kids) {
+        kids = std::make_shared<const std::vector<ZAlembicObject>>(buildChildren());
+        std::atomic_store(&_children, kids);
+    }
+    return kids;
+}
+
+std::vector<ZAlembicObject> ZAlembicObject::buildChildren() const {
     std::vector<ZAlembicObject> out;
     if (!_archive || _ancestors.size() + 1 >= static_cast<size_t>(kMaxDepth)) return out;
-    const ogawa::Group g = objectGroup(*_archive, _group);
-    const std::vector<ObjectHeader> headers = objectHeaders(*_archive, g);
-    out.reserve(headers.size());
-    for (size_t i = 0; i < headers.size(); ++i) {
-        const ogawa::Group cg = g.group(static_cast<std::uint64_t>(i) + 1);
+    const Archive& a = *_archive;
+    const ogawa::Group g = objectGroup(a, _group);
+    const std::shared_ptr<const std::vector<ObjectHeader>> headers = cachedHeaders(a, g);
+    out.reserve(headers->size());
+    for (size_t i = 0; i < headers->size(); ++i) {
+        const ObjectHeader& h = (*headers)[i];
+        std::uint64_t group = g.group(static_cast<std::uint64_t>(i) + 1).position();
+        std::string meta = h.meta;
+        bool instance = _instance;
+        // An instance stands for the object its ".instanceSource" names: that object's
+        // properties and children appear here, under the instance's own name.
+        if (metaValue(h.meta, "isInstance") == "1") {
+            const ogawa::Group ig(*a.file, group);
+            std::string source;
+            std::uint64_t target = 0;
+            if (ig.isGroup(0) && scalarString(findProperty(a, ig.group(0), ".instanceSource"), source) &&
+                resolvePath(a, source, target, meta)) {
+                group = target;
+                instance = true;
+            }
+        }
         // A child whose group is this object's or an ancestor's would make the tree a loop:
         // it ends the list there.
-        if (cg.position() == _group ||
-            std::find(_ancestors.begin(), _ancestors.end(), cg.position()) != _ancestors.end())
-            break;
+        if (group == _group || std::find(_ancestors.begin(), _ancestors.end(), group) != _ancestors.end()) break;
         ZAlembicObject c;
         c._archive = _archive;
-        c._group = cg.position();
-        c._name = headers[i].name;
+        c._group = group;
+        c._name = h.name;
         c._path = (_path == "/" ? ZString("") : _path) + "/" + c._name;
-        c._meta = headers[i].meta;
+        c._meta = std::move(meta);
+        c._instance = instance;
         c._ancestors = _ancestors;
         c._ancestors.push_back(_group);
         out.push_back(std::move(c));
@@ -426,29 +583,82 @@ std::vector<ZAlembicObject> ZAlembicObject::children() const {
     return out;
 }
 
-int ZAlembicObject::numChildren() const { return static_cast<int>(children().size()); }
+bool ZAlembicObject::isShape() const { return isGeometrySchema(schema()); }
+
+int ZAlembicObject::numChildren() const { return static_cast<int>(children()->size()); }
 
 bool ZAlembicObject::getChild(int index, ZAlembicObject& child) const {
-    std::vector<ZAlembicObject> all = children();
-    if (index < 0 || static_cast<size_t>(index) >= all.size()) return false;
-    child = std::move(all[static_cast<size_t>(index)]);
+    const std::shared_ptr<const std::vector<ZAlembicObject>> all = children();
+    if (index < 0 || static_cast<size_t>(index) >= all->size()) return false;
+    child = (*all)[static_cast<size_t>(index)];
     return true;
 }
+
+namespace {
+
+// T, R (degrees about x, y and z) and S such that T * Rz * Ry * Rx * S is the matrix (for a
+// matrix without shear; a negative determinant negates the x scale).
+void decompose(const M4& m, ZVector& t, ZVector& r, ZVector& s) {
+    t = ZVector(float(m[3]), float(m[7]), float(m[11]));
+    double col[3][3];
+    double sc[3];
+    for (int j = 0; j < 3; ++j) {
+        for (int i = 0; i < 3; ++i) col[j][i] = m[4 * i + j];
+        sc[j] = std::sqrt(col[j][0] * col[j][0] + col[j][1] * col[j][1] + col[j][2] * col[j][2]);
+    }
+    const double det = col[0][0] * (col[1][1] * col[2][2] - col[1][2] * col[2][1]) -
+                       col[1][0] * (col[0][1] * col[2][2] - col[0][2] * col[2][1]) +
+                       col[2][0] * (col[0][1] * col[1][2] - col[0][2] * col[1][1]);
+    if (det < 0) sc[0] = -sc[0];
+    double R[3][3];  // R[i][j]: row i, column j
+    for (int j = 0; j < 3; ++j)
+        for (int i = 0; i < 3; ++i) R[i][j] = sc[j] != 0 ? col[j][i] / sc[j] : (i == j ? 1.0 : 0.0);
+    const double kDeg = 57.29577951308232;
+    const double cy = std::sqrt(R[0][0] * R[0][0] + R[1][0] * R[1][0]);
+    double x, y, z;
+    y = std::atan2(-R[2][0], cy);
+    if (cy > 1e-9) {
+        x = std::atan2(R[2][1], R[2][2]);
+        z = std::atan2(R[1][0], R[0][0]);
+    } else {  // gimbal lock: the x and z rotations share an axis; all of it goes to x
+        x = std::atan2(-R[1][2], R[1][1]);
+        z = 0;
+    }
+    r = ZVector(float(x * kDeg), float(y * kDeg), float(z * kDeg));
+    s = ZVector(float(sc[0]), float(sc[1]), float(sc[2]));
+}
+
+// A stack the channels give directly: at most one translate, rotate about z, y and x and
+// scale, in that order (T Rz Ry Rx S).
+bool plainStack(const std::vector<Op>& ops) {
+    static const int kOrder[] = {1, 6, 5, 4, 0};
+    size_t at = 0;
+    for (const Op& op : ops) {
+        while (at < 5 && kOrder[at] != op.type) ++at;
+        if (at == 5) return false;
+        ++at;
+    }
+    return true;
+}
+
+} // namespace
 
 bool ZAlembicObject::getTransformations(ZVector& translate, ZVector& rotateDegrees, ZVector& scale, int sample) const {
     if (!_archive) return false;
     std::vector<Op> ops;
     bool inherits;
     if (!xformOps(*_archive, objectGroup(*_archive, _group), sample, ops, inherits)) return false;
+    if (!plainStack(ops)) {
+        // Matrix ops (Blender, Houdini, Gaffer, 3ds Max), pivots (Maya) and other stacks: the
+        // object's whole local matrix, decomposed.
+        decompose(localMatrix(ops), translate, rotateDegrees, scale);
+        return true;
+    }
     ZVector t(0, 0, 0), r(0, 0, 0), s(1, 1, 1);
-    bool haveT = false, haveS = false, haveR[3] = {false, false, false};
     for (const Op& op : ops) {
-        if (op.type == 1 && !haveT) t = ZVector(float(op.ch[0]), float(op.ch[1]), float(op.ch[2])), haveT = true;
-        if (op.type == 0 && !haveS) s = ZVector(float(op.ch[0]), float(op.ch[1]), float(op.ch[2])), haveS = true;
-        if (op.type >= 4 && !haveR[op.type - 4]) {
-            (op.type == 4 ? r.x : op.type == 5 ? r.y : r.z) = float(op.ch[0]);
-            haveR[op.type - 4] = true;
-        }
+        if (op.type == 1) t = ZVector(float(op.ch[0]), float(op.ch[1]), float(op.ch[2]));
+        if (op.type == 0) s = ZVector(float(op.ch[0]), float(op.ch[1]), float(op.ch[2]));
+        if (op.type >= 4) (op.type == 4 ? r.x : op.type == 5 ? r.y : r.z) = float(op.ch[0]);
     }
     translate = t;
     rotateDegrees = r;
@@ -492,24 +702,43 @@ bool ZAlembicObject::getPolyMeshData(ZVectorArray* points, ZVectorArray* velocit
                 for (size_t i = 0; i < indices.size(); ++i) indices[i] = static_cast<int>(i);
             }
         } else if (uv.valid && uv.header.type == 0) {
-            ZArray<std::uint32_t> idx;
+            // The unsigned indices are copied as they are; the rare one past INT_MAX is clamped.
             if (readArray(findProperty(a, uv.group, ".vals"), sample, kF32, 2, values) &&
-                readArray(findProperty(a, uv.group, ".indices"), sample, kU32, 1, idx)) {
-                indices.resize(idx.size());
-                for (size_t i = 0; i < idx.size(); ++i) indices[i] = static_cast<int>(std::min<std::uint32_t>(idx[i], INT_MAX));
+                readArray(findProperty(a, uv.group, ".indices"), sample, kU32, 1, indices)) {
+                for (int& i : indices)
+                    if (i < 0) i = INT_MAX;
             } else {
                 values.clear();
+                indices.clear();
             }
         }
         if (uvs) *uvs = std::move(values);
         if (uvIndices) *uvIndices = std::move(indices);
     }
     if (worldMatrix) {
+        // Each transform above is taken at the time of this mesh sample (its nearest sample
+        // there), as time-based reads do: transforms and geometry may be sampled differently.
+        const Property p = findProperty(a, gg, "P");
+        const TimeSampling* meshTs = p.valid && p.header.timeSampling < a.timeSamplings.size()
+                                         ? &a.timeSamplings[p.header.timeSampling] : &a.timeSamplings[0];
+        const std::uint32_t meshSamples = p.valid ? std::max<std::uint32_t>(1, p.header.next) : 1;
+        const std::uint32_t index = sample < 0 ? 0u : std::min<std::uint32_t>(std::uint32_t(sample), meshSamples - 1);
+        const double time = meshTs->time(index);
         M4 w = identity4();
         std::vector<Op> ops;
         bool inherits;
         for (std::uint64_t pos : _ancestors) {
-            if (!xformOps(a, objectGroup(a, pos), sample, ops, inherits)) continue;
+            const ogawa::Group xg = objectGroup(a, pos);
+            int xs = sample;
+            if (xg.isGroup(0)) {
+                const Property vals = findPath(a, xg.group(0), {".xform", ".vals"});
+                if (vals.valid && vals.header.type != 0) {
+                    const TimeSampling& ts = vals.header.timeSampling < a.timeSamplings.size()
+                                                 ? a.timeSamplings[vals.header.timeSampling] : a.timeSamplings[0];
+                    xs = static_cast<int>(ts.nearIndex(time, std::max<std::uint32_t>(1, vals.header.next)));
+                }
+            }
+            if (!xformOps(a, xg, xs, ops, inherits)) continue;
             w = inherits ? mul(w, localMatrix(ops)) : localMatrix(ops);
         }
         for (int i = 0; i < 16; ++i) worldMatrix->data[i] = static_cast<float>(w[static_cast<size_t>(i)]);
@@ -531,19 +760,27 @@ void ReverseConnections(const ZIntArray& counts, ZIntArray& connections) {
 
 void GetAllDescendantObjects(const ZAlembicObject& object, ZAlembicObjectArray& objects, bool leavesOnly) {
     objects.clear();
+    if (!object._archive) return;
     // Depth first with an explicit stack (parents before children, children in order), so
-    // that no file can exhaust the call stack. Each group is entered once: a file whose
-    // entries share groups cannot multiply the walk.
-    std::vector<ZAlembicObject> stack = object.children();
-    std::reverse(stack.begin(), stack.end());
+    // that no file can exhaust the call stack. A group is entered once unless an instance
+    // leads to it again: a corrupt file whose entries share groups cannot multiply the walk,
+    // and instancing can repeat at most a bounded number of objects.
+    const std::uint64_t limit = std::max<std::uint64_t>(4096, object._archive->file->size() / 4);
+    std::vector<ZAlembicObject> stack(object.children()->rbegin(), object.children()->rend());
     std::unordered_set<std::uint64_t> seen;
-    while (!stack.empty()) {
+    std::uint64_t walked = 0;
+    while (!stack.empty() && walked < limit) {
         ZAlembicObject o = std::move(stack.back());
         stack.pop_back();
-        if (o._group != 0 && !seen.insert(o._group).second) continue;
-        std::vector<ZAlembicObject> kids = o.children();
-        if (!leavesOnly || kids.empty()) objects.push_back(o);
-        for (auto it = kids.rbegin(); it != kids.rend(); ++it) stack.push_back(std::move(*it));
+        if (!o._instance && o._group != 0 && !seen.insert(o._group).second) continue;
+        ++walked;
+        const std::shared_ptr<const std::vector<ZAlembicObject>> kids = o.children();
+        // A shape is a leaf of the walk with leavesOnly, whatever hangs below it (face sets).
+        const bool shape = o.isShape();
+        o._children.reset();  // what is listed need not keep its children
+        if (!leavesOnly || kids->empty() || shape) objects.push_back(o);
+        if (leavesOnly && shape) continue;
+        for (auto it = kids->rbegin(); it != kids->rend(); ++it) stack.push_back(*it);
     }
 }
 

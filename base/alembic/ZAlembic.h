@@ -40,19 +40,27 @@ public:
     ZString name() const;
     ZString fullPath() const;
     bool isLeaf() const { return numChildren() == 0; }
+    // An object with a geometry schema (polygon mesh, subdivision surface, points, curves,
+    // NURBS patch): a shape, whatever hangs below it (a mesh's face sets).
+    bool isShape() const;
     int numChildren() const;
     // False, leaving `child` alone, for an index out of range.
     bool getChild(int index, ZAlembicObject& child) const;
 
-    // Reads an Xform at `sample`: translate, rotation in degrees about x, y and z, and
-    // scale, each taken from the channels of its op of that type (a missing op gives 0, 0
-    // and 1). False, with the outputs untouched, for an object that is not a transform.
+    // Reads an Xform at `sample`: translate, rotation in degrees about x, y and z, and scale
+    // such that T * Rz * Ry * Rx * S is the object's local matrix. A stack of at most one
+    // translate, rotate z, y, x and scale in that order gives its channels (a missing op
+    // gives 0, 0 and 1); any other stack (a matrix op, pivots, other orders) is composed
+    // and decomposed (shear is lost; a mirroring matrix negates the x scale). False, with
+    // the outputs untouched, for an object that is not a transform.
     bool getTransformations(ZVector& translate, ZVector& rotateDegrees, ZVector& scale, int sample) const;
 
     // Reads a PolyMesh at `sample`; any pointer may be null. points and velocities (empty
     // without any), the face vertex counts and indices in the file's order, the self
-    // bounds, the world matrix (the product of the transforms above the object at that
-    // sample, parent times child, translation in the last column), and the UVs: indexed UVs
+    // bounds, the world matrix (the product of the transforms above the object, parent
+    // times child, translation in the last column, each transform at its sample nearest to
+    // this sample's time; a transform that does not inherit restarts the product), and the
+    // UVs: indexed UVs
     // give the stored values and indices, plain UVs their per-corner values with the
     // indices 0, 1, 2, ...; uvs holds two floats per value. False, with the outputs
     // untouched, for an object that is not a polygon mesh.
@@ -76,8 +84,10 @@ public:
 private:
     friend class ZAlembicArchive;
     friend void GetAllDescendantObjects(const ZAlembicObject&, ZAlembicObjectArray&, bool);
-    // Every child, with its name and metadata read once.
-    std::vector<ZAlembicObject> children() const;
+    // Every child, built once per object (copies share it), so that a walk by index is
+    // linear in the children.
+    std::shared_ptr<const std::vector<ZAlembicObject>> children() const;
+    std::vector<ZAlembicObject> buildChildren() const;
     std::shared_ptr<const alembic::Archive> _archive;
     std::uint64_t _group = 0;
     ZString _name, _path;
@@ -85,6 +95,9 @@ private:
     // The group positions of the objects above this one, from the top down: the
     // transforms of the world matrix, and a guard against files whose groups loop.
     std::vector<std::uint64_t> _ancestors;
+    // Reached through an instance (shares its groups with the instanced objects).
+    bool _instance = false;
+    mutable std::shared_ptr<const std::vector<ZAlembicObject>> _children;
 };
 
 class ZAlembicArchive {
@@ -121,7 +134,10 @@ private:
 void ReverseConnections(const ZIntArray& counts, ZIntArray& connections);
 
 // Replaces `objects` with the objects below `object`, depth first, parents before their
-// children; with `leavesOnly`, only the objects without children (the shape nodes).
+// children, instances followed to the objects they name (listed under the instance's path);
+// with `leavesOnly`, only the shape nodes: objects with a geometry schema (not the face
+// sets below them) and objects without children. A walk lists at most max(4096, file
+// bytes / 4) objects, so that instancing cannot make a small file describe an endless tree.
 void GetAllDescendantObjects(const ZAlembicObject& object, ZAlembicObjectArray& objects, bool leavesOnly);
 
 } // namespace Ulmex

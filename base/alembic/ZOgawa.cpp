@@ -39,6 +39,9 @@ std::shared_ptr<const File> File::open(const char* path, bool* isHdf5) {
         return nullptr;
     }
     if (std::memcmp(f->_bytes, "Ogawa", 5) != 0) return nullptr;
+    // As the real library: only a file marked fully written (frozen, 0xff) of Ogawa version
+    // 1 (stored as the bytes 0, 1). A writer that died leaves the flag at 0.
+    if (f->_bytes[5] != 0xff || f->_bytes[6] != 0 || f->_bytes[7] != 1) return nullptr;
     return f;
 }
 

@@ -16,8 +16,9 @@ namespace ogawa {
 // usable after the archive that opened them is closed.
 class File {
 public:
-    // Null when the file cannot be opened or mapped, or is not an Ogawa file. `isHdf5`
-    // is set for an Alembic archive of the older HDF5 kind, which is not read.
+    // Null when the file cannot be opened or mapped, or is not an Ogawa file, not marked as
+    // fully written, or of another Ogawa version than 1. `isHdf5` is set for an Alembic
+    // archive of the older HDF5 kind, which is not read.
     static std::shared_ptr<const File> open(const char* path, bool* isHdf5 = nullptr);
     ~File();
     File(const File&) = delete;

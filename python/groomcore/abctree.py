@@ -31,22 +31,26 @@ def walk(path: str) -> list[Node]:
 
 @dataclass
 class BodyLookup:
-    candidates: list[Node]  # shape nodes (leaves) whose own name holds the body name
+    candidates: list[Node]  # polygon meshes whose own name holds the body name
     result: str | None  # what findBodyMeshShapeNode returns
     hint: str
 
 
 def lookup_body(path: str, body: str) -> BodyLookup:
     nodes = walk(path)
-    leaves = [n for n in nodes if n.children == 0]
-    candidates = [n for n in leaves if body in n.name]
+    # The lookup considers polygon meshes only (face sets below them do not matter).
+    meshes = [n for n in nodes if n.schema == "AbcGeom_PolyMesh_v1"]
+    candidates = [n for n in meshes if body in n.name]
     found = gc.findBodyMeshShapeNode(path, body)
     result = str(found.fullPath()) if found is not None else None
     hint = ""
     if not candidates:
         # Blender names a mesh after its data ("Suzanne") under the object's transform.
-        under = [n for n in leaves if any(body in part for part in n.path.split("/")[:-1])]
-        hint = f"no shape node's own name holds '{body}'; the lookup matches shape names, not their transforms."
+        under = [n for n in meshes if any(body in part for part in n.path.split("/")[:-1])]
+        others = [n for n in nodes if body in n.name and n.schema != "AbcGeom_PolyMesh_v1"]
+        hint = f"no polygon mesh's own name holds '{body}'; the lookup matches mesh names, not their transforms."
+        if others:
+            hint += " Not meshes: " + ", ".join(f"{n.path} ({n.schema or 'no schema'})" for n in others) + "."
         if under:
             hint += " Shapes below a transform whose name holds it: " + ", ".join(n.path for n in under)
             hint += f" (look the body up as '{under[0].name}')."

@@ -9,7 +9,13 @@ and an n-gon, indexed and plain UVs, velocities, names that share a substring.
 body.abc: a body mesh under an animated transform, for rebinding strands to it.
 leaf.abc: a source: two leaf meshes under groups with their own transforms.
 lonely.abc: a single mesh as the first top-level object.
+dcc.abc: what DCCs write: nested instances (as Maya and Houdini instance geometry), a
+mesh with face sets (Maya, Blender), a single matrix op (Blender, Houdini, Gaffer, 3ds
+Max), a Maya pivot stack, transforms sampled twice per frame above a mesh sampled once
+(Blender), a transform that does not inherit, and a subdivision surface named like a body.
+wide.abc: 10,000 sibling transforms, one with a mesh.
 """
+import math
 import os
 import sys
 
@@ -170,6 +176,80 @@ def write_lonely(path):
     del m, top, archive
 
 
+def write_dcc(path):
+    archive = Abc.OArchive(path)
+    top = archive.getTop()
+    tsi = archive.addTimeSampling(AbcCoreAbstract.TimeSampling(1.0 / FPS, 1.0 / FPS))
+    twice = archive.addTimeSampling(AbcCoreAbstract.TimeSampling(0.5 / FPS, 1.0 / FPS))
+    T, RX, RY, RZ, S = (AbcGeom.XformOperationType.kTranslateOperation, AbcGeom.XformOperationType.kRotateXOperation,
+                        AbcGeom.XformOperationType.kRotateYOperation, AbcGeom.XformOperationType.kRotateZOperation,
+                        AbcGeom.XformOperationType.kScaleOperation)
+    keep = []
+    tri = [(0, 0, 0), (1, 0, 0), (0, 1, 0)]
+    quads = [(0, 0, 0), (1, 0, 0), (1, 1, 0), (0, 1, 0), (2, 0, 0), (2, 1, 0)]
+    # Instances: /src (a transform with a mesh), instanced at /instA and inside /group,
+    # and /group itself instanced under /outer: instances within instances.
+    src = xform(top, "src", tsi, [trs((1, 0, 0), (0, 0, 30), (1, 1, 1))])
+    keep.append(mesh(src, "srcShape", tsi, [tri, [(x, y, 1) for x, y, _ in tri]], [3], [0, 2, 1]))
+    group = xform(top, "group", tsi, [trs((0, 3, 0), (0, 0, 0), (2, 2, 2))])
+    group.addChildInstance(src, "instB")
+    top.addChildInstance(src, "instA")
+    outer = xform(top, "outer", tsi, [trs((0, 0, 5), (0, 90, 0), (1, 1, 1))])
+    outer.addChildInstance(group, "groupInstance")
+    # A body mesh with two face sets below it.
+    faced = xform(top, "characterXf", tsi, [trs((0, 0, 0), (0, 0, 0), (1, 1, 1))])
+    body = mesh(faced, "bodyShape", tsi, [quads], [4, 4], [0, 3, 2, 1, 1, 2, 5, 4])
+    for name, faces in (("skin", [0]), ("scalp", [1])):
+        fs = body.getSchema().createFaceSet(name)
+        fs.getSchema().set(AbcGeom.OFaceSetSchemaSample(ints(faces)))
+        keep.append(fs)
+    keep.append(body)
+    # One matrix op: rotation about a tilted axis, non-uniform scale, translation.
+    axis = [v / math.sqrt(14) for v in (1, 2, 3)]
+    c, sn, k = math.cos(0.7), math.sin(0.7), 1 - math.cos(0.7)
+    x, y, z = axis
+    rot = [[k * x * x + c, k * x * y + sn * z, k * x * z - sn * y],  # rows, for row vectors
+           [k * x * y - sn * z, k * y * y + c, k * y * z + sn * x],
+           [k * x * z + sn * y, k * y * z - sn * x, k * z * z + c]]
+    scale = (2, 0.5, 1.5)
+    rows = [[scale[i] * rot[i][j] for j in range(3)] + [0] for i in range(3)] + [[4, -1, 2, 1]]
+    m = imath.M44d(*[v for row in rows for v in row])
+    matrix = AbcGeom.OXform(top, "blenderXf", tsi)
+    sample = AbcGeom.XformSample()
+    sample.setMatrix(m)
+    matrix.getSchema().set(sample)
+    keep.append(mesh(matrix, "blenderShape", tsi, [tri], [3], [0, 2, 1]))
+    # Maya's pivots: translate, rotate pivot, rotation, the pivot back, scale pivot, scale,
+    # the scale pivot back.
+    pivot = xform(top, "mayaXf", tsi, [[op(T, 1, 2, 3), op(T, 0.5, 0, 0), op(RZ, 30), op(RY, 10), op(RX, 5),
+                                        op(T, -0.5, 0, 0), op(T, 0, 1, 0), op(S, 2, 2, 2), op(T, 0, -1, 0)]])
+    keep.append(mesh(pivot, "mayaShape", tsi, [tri], [3], [0, 2, 1]))
+    # A transform sampled twice per frame above a mesh sampled once per frame.
+    sway = xform(top, "swayXf", twice, [trs((0.25 * k, 0, 0), (0, 0, 0), (1, 1, 1)) for k in range(6)])
+    keep.append(mesh(sway, "swayShape", tsi, [tri, tri, tri], [3], [0, 2, 1]))
+    # A transform that does not inherit: the world matrix restarts there.
+    parent = xform(top, "movedXf", tsi, [trs((10, 0, 0), (0, 0, 0), (1, 1, 1))])
+    alone = AbcGeom.OXform(parent, "worldXf", tsi)
+    sample = AbcGeom.XformSample()
+    sample.addOp(op(T, 0, 0, 1))
+    sample.setInheritsXforms(False)
+    alone.getSchema().set(sample)
+    keep.append(mesh(alone, "worldShape", tsi, [tri], [3], [0, 2, 1]))
+    # A subdivision surface named like a body: never a body for the rebinding.
+    subd = AbcGeom.OSubD(top, "BodySubD", tsi)
+    subd.getSchema().set(AbcGeom.OSubDSchemaSample(v3f(quads), ints([0, 3, 2, 1]), ints([4])))
+    keep += [src, group, outer, faced, matrix, pivot, sway, parent, alone, subd, top, archive]
+    del keep
+
+
+def write_wide(path, count=10000):
+    archive = Abc.OArchive(path)
+    top = archive.getTop()
+    keep = [xform(top, "sibling%05d" % i, 0, [[]]) for i in range(count)]
+    keep.append(mesh(keep[count // 2], "middleShape", 0, [[(0, 0, 0), (1, 0, 0), (0, 1, 0)]], [3], [0, 2, 1]))
+    del keep, top, archive
+
+
 if __name__ == "__main__":
     out = sys.argv[1]
     os.makedirs(out, exist_ok=True)
@@ -177,3 +257,5 @@ if __name__ == "__main__":
     write_body(os.path.join(out, "body.abc"))
     write_leaf(os.path.join(out, "leaf.abc"))
     write_lonely(os.path.join(out, "lonely.abc"))
+    write_dcc(os.path.join(out, "dcc.abc"))
+    write_wide(os.path.join(out, "wide.abc"))

@@ -4,7 +4,10 @@
 // are compared with alembic3d's in check_alembic_reader.py.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <fstream>
+#include <iterator>
 #include <cstdlib>
 #include <random>
 
@@ -227,8 +230,13 @@ TEST(BodyRebinding, FindsTheOneShapeByPartOfItsName) {
     EXPECT_TRUE(findBodyMeshShapeNode(fixture("body.abc"), "Body", &body));
     EXPECT_EQ(body.fullPath(), "/character/characterBodyShape");
     ZAlembicObject other = body;
-    EXPECT_FALSE(findBodyMeshShapeNode(fixture("body.abc"), "", &other));  // two shapes match
+    // An empty name matches every polygon mesh: the body's alone (the childless group "prop"
+    // is no body).
+    EXPECT_TRUE(findBodyMeshShapeNode(fixture("body.abc"), "", &other));
     EXPECT_EQ(other.fullPath(), body.fullPath());
+    other = ZAlembicObject();
+    EXPECT_FALSE(findBodyMeshShapeNode(fixture("body.abc"), "prop", &other));
+    EXPECT_TRUE(other.fullPath().empty());
     EXPECT_FALSE(findBodyMeshShapeNode(fixture("body.abc"), "nothing", &other));
     EXPECT_TRUE(findBodyMeshShapeNode(fixture("body.abc"), "racterB", &other));  // any position
 }
@@ -317,4 +325,98 @@ TEST(BodyRebinding, ReferenceCornerInverseFrameAndRootRelativeStrands) {
     ZCurves none;
     setRefIdxAndInvRotAndCurves(1.0, body, f, &none, &ref, &inv);
     EXPECT_TRUE(ref.empty() && inv.empty());
+}
+
+// What DCCs write (dcc.abc, wide.abc; the values are checked against alembic3d by
+// check_alembic_reader.py): bodies that are no polygon mesh, face sets, instances, files
+// not fully written, and a walk by index over 10,000 siblings.
+TEST(AlembicFromDccs, ShapesFaceSetsInstancesAndHeaders) {
+    ZAlembicArchive a;
+    ASSERT_TRUE(a.open(fixture("dcc.abc").c_str()));
+    ZAlembicObjectArray shapes;
+    GetAllDescendantObjects(a.topObject(), shapes, true);
+    std::vector<std::string> paths;
+    for (int i = 0; i < shapes.length(); ++i) paths.push_back(shapes[i].fullPath());
+    // The mesh with face sets is a shape and its face sets are not; instanced meshes appear
+    // under every instance's path.
+    EXPECT_NE(std::find(paths.begin(), paths.end(), "/characterXf/bodyShape"), paths.end());
+    EXPECT_EQ(std::find(paths.begin(), paths.end(), "/characterXf/bodyShape/skin"), paths.end());
+    EXPECT_NE(std::find(paths.begin(), paths.end(), "/outer/groupInstance/instB/srcShape"), paths.end());
+    EXPECT_NE(std::find(paths.begin(), paths.end(), "/instA/srcShape"), paths.end());
+
+    // The lookup: a subdivision surface named like the body is never a body; a mesh with
+    // face sets is.
+    ZAlembicObject body;
+    EXPECT_FALSE(findBodyMeshShapeNode(fixture("dcc.abc"), "BodySubD", &body));
+    EXPECT_TRUE(findBodyMeshShapeNode(fixture("dcc.abc"), "bodyShape", &body));
+    EXPECT_EQ(body.fullPath(), "/characterXf/bodyShape");
+
+    // Rebinding to an object that is no polygon mesh leaves its outputs empty (this read an
+    // empty body inside the parallel loop before); so do strands on a missing triangle.
+    ZAlembicObject subd;
+    for (int i = 0; i < a.topObject().numChildren(); ++i) {
+        ZAlembicObject o;
+        a.topObject().getChild(i, o);
+        if (o.name() == "BodySubD") subd = o;
+    }
+    ASSERT_EQ(subd.schema(), "AbcGeom_SubD_v1");
+    ZFollicles f;
+    f.tgl = {0, 5};
+    f.axs.setLength(2, true);
+    ZCurves curves;
+    const ZVector strand[2] = {ZVector(0, 0, 0), ZVector(0, 1, 0)};
+    curves.push(strand, 2);
+    curves.push(strand, 2);
+    const ZCurves before = curves;
+    ZIntArray refIdx{7};
+    ZMatrixArray invRot(3);
+    setRefIdxAndInvRotAndCurves(0.0, subd, f, &curves, &refIdx, &invRot);
+    EXPECT_TRUE(refIdx.empty() && invRot.empty());
+    EXPECT_EQ(curves, before);
+    setRefIdxAndInvRotAndCurves(0.0, body, f, &curves, &refIdx, &invRot);  // two triangles: tgl 5 is none
+    EXPECT_TRUE(refIdx.empty() && invRot.empty());
+    f.tgl = {0, 1};
+    setRefIdxAndInvRotAndCurves(0.0, body, f, &curves, &refIdx, &invRot);
+    EXPECT_EQ(refIdx.length(), 2);
+
+    // A source walk reads a mesh with face sets whole.
+    ZSource source;
+    ZAlembicObject faced;
+    for (int i = 0; i < a.topObject().numChildren(); ++i) {
+        ZAlembicObject o;
+        a.topObject().getChild(i, o);
+        if (o.name() == "characterXf") faced = o;
+    }
+    std::vector<ZPolyMesh> meshes;
+    source.DFS(faced, {}, ZMatrix::identity(), meshes);
+    ASSERT_EQ(meshes.size(), 1u);
+    EXPECT_EQ(meshes[0].numVertices(), 6);
+
+    // Files the real library refuses: not marked as fully written, another Ogawa version.
+    testutil::TempDir tmp;
+    std::ifstream in(fixture("body.abc"), std::ios::binary);
+    std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    ASSERT_GT(bytes.size(), 16u);
+    for (auto [at, value] : {std::pair<int, char>{5, 0}, {6, 1}, {7, 2}}) {
+        std::vector<char> damaged = bytes;
+        damaged[static_cast<size_t>(at)] = value;
+        testutil::writeBytes(tmp.file("refused.abc"), damaged);
+        EXPECT_FALSE(a.open(tmp.file("refused.abc").c_str())) << "byte " << at;
+    }
+    testutil::writeBytes(tmp.file("accepted.abc"), bytes);
+    EXPECT_TRUE(a.open(tmp.file("accepted.abc").c_str()));
+}
+
+TEST(AlembicFromDccs, AWalkByIndexOverTenThousandSiblings) {
+    ZAlembicArchive a;
+    ASSERT_TRUE(a.open(fixture("wide.abc").c_str()));
+    const ZAlembicObject top = a.topObject();
+    ASSERT_EQ(top.numChildren(), 10000);
+    int meshes = 0;
+    for (int i = 0; i < top.numChildren(); ++i) {
+        ZAlembicObject sibling, shape;
+        ASSERT_TRUE(top.getChild(i, sibling));
+        meshes += sibling.getChild(0, shape) && shape.schema() == "AbcGeom_PolyMesh_v1";
+    }
+    EXPECT_EQ(meshes, 1);
 }
