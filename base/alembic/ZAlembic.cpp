@@ -693,27 +693,31 @@ bool ZAlembicObject::getPolyMeshData(ZVectorArray* points, ZVectorArray* velocit
         }
     }
     if (uvs || uvIndices) {
-        ZFloatArray values;
-        ZIntArray indices;
+        // Straight into the caller's arrays, reusing their memory from one sample to the next.
+        ZFloatArray scratchValues;
+        ZIntArray scratchIndices;
+        ZFloatArray& values = uvs ? *uvs : scratchValues;
+        ZIntArray& indices = uvIndices ? *uvIndices : scratchIndices;
+        bool ok = false;
         const Property uv = findProperty(a, gg, "uv");
         if (uv.valid && uv.header.type == 2) {
-            if (readArray(uv, sample, kF32, 2, values)) {
+            ok = readArray(uv, sample, kF32, 2, values);
+            if (ok) {
                 indices.resize(values.size() / 2);
                 for (size_t i = 0; i < indices.size(); ++i) indices[i] = static_cast<int>(i);
             }
         } else if (uv.valid && uv.header.type == 0) {
             // The unsigned indices are copied as they are; the rare one past INT_MAX is clamped.
-            if (readArray(findProperty(a, uv.group, ".vals"), sample, kF32, 2, values) &&
-                readArray(findProperty(a, uv.group, ".indices"), sample, kU32, 1, indices)) {
+            ok = readArray(findProperty(a, uv.group, ".vals"), sample, kF32, 2, values) &&
+                 readArray(findProperty(a, uv.group, ".indices"), sample, kU32, 1, indices);
+            if (ok)
                 for (int& i : indices)
                     if (i < 0) i = INT_MAX;
-            } else {
-                values.clear();
-                indices.clear();
-            }
         }
-        if (uvs) *uvs = std::move(values);
-        if (uvIndices) *uvIndices = std::move(indices);
+        if (!ok) {
+            values.clear();
+            indices.clear();
+        }
     }
     if (worldMatrix) {
         // Each transform above is taken at the time of this mesh sample (its nearest sample
