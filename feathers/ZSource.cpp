@@ -101,8 +101,10 @@ void ZSource::DFS(ZAlembicObject object, std::map<ZString, bool> visited, ZMatri
     for (int i = 0; i < object.numChildren(); ++i) {
         ZAlembicObject child;
         if (!object.getChild(i, child)) continue;
-        bool& seen = visited[child.fullPath()];  // inserted as false when absent
-        if (!seen) DFS(child, visited, matrix, meshes);
+        // Absent counts as not seen. Looked up, not inserted: the map each call copies holds
+        // the path down to it only, so a walk over thousands of siblings stays linear.
+        const auto seen = visited.find(child.fullPath());
+        if (seen == visited.end() || !seen->second) DFS(child, visited, matrix, meshes);
     }
 }
 
@@ -115,11 +117,8 @@ void ZSource::setAlembic(ZString path) {
     getAlembicXformMatrix(first, r);
     if (!(std::fabs(static_cast<float>(r.det())) > 1e-30f)) r = ZMatrix::identity();
     if (first.numChildren() == 0) return;
-    ZAlembicObjectArray all;
-    GetAllDescendantObjects(first, all, false);
+    // Every object starts unseen; the walk marks the path it is on.
     std::map<ZString, bool> visited;
-    visited[first.fullPath()] = false;
-    for (int i = 0; i < all.length(); ++i) visited[all[i].fullPath()] = false;
     std::vector<ZPolyMesh> meshes;
     DFS(first, visited, r, meshes);
     ZPolyMesh joined;

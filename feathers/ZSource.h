@@ -58,7 +58,9 @@ public:
     // else changes: call initialize() afterwards.
     void setAlembic(Ulmex::ZString path);
     // The walk of setAlembic: `matrix` is what the objects above have accumulated; a
-    // transform with a determinant of magnitude 1e-30 or less is skipped.
+    // transform with a determinant of magnitude 1e-30 or less is skipped. `visited` holds
+    // the objects marked seen on the way down (absent is unseen); a child marked seen is
+    // not entered.
     void DFS(Ulmex::ZAlembicObject object, std::map<Ulmex::ZString, bool> visited, Ulmex::ZMatrix matrix,
              std::vector<Ulmex::ZPolyMesh>& meshes);
     // The object's transform at sample 1 as T * Rz * Ry * Rx * S (a scale of exactly zero

@@ -13,7 +13,7 @@ dcc.abc: what DCCs write: nested instances (as Maya and Houdini instance geometr
 mesh with face sets (Maya, Blender), a single matrix op (Blender, Houdini, Gaffer, 3ds
 Max), a Maya pivot stack, transforms sampled twice per frame above a mesh sampled once
 (Blender), a transform that does not inherit, and a subdivision surface named like a body.
-wide.abc: 10,000 sibling transforms, one with a mesh.
+wide.abc: 10,000 sibling transforms under the first top-level object, one with a mesh.
 """
 import math
 import os
@@ -243,11 +243,13 @@ def write_dcc(path):
 
 
 def write_wide(path, count=10000):
+    """10,000 sibling transforms under the first top-level object, one holding a mesh."""
     archive = Abc.OArchive(path)
     top = archive.getTop()
-    keep = [xform(top, "sibling%05d" % i, 0, [[]]) for i in range(count)]
+    wide = xform(top, "wide", 0, [[]])
+    keep = [xform(wide, "sibling%05d" % i, 0, [[]]) for i in range(count)]
     keep.append(mesh(keep[count // 2], "middleShape", 0, [[(0, 0, 0), (1, 0, 0), (0, 1, 0)]], [3], [0, 2, 1]))
-    del keep, top, archive
+    del keep, wide, top, archive
 
 
 if __name__ == "__main__":

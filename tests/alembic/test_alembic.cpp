@@ -410,13 +410,19 @@ TEST(AlembicFromDccs, ShapesFaceSetsInstancesAndHeaders) {
 TEST(AlembicFromDccs, AWalkByIndexOverTenThousandSiblings) {
     ZAlembicArchive a;
     ASSERT_TRUE(a.open(fixture("wide.abc").c_str()));
-    const ZAlembicObject top = a.topObject();
-    ASSERT_EQ(top.numChildren(), 10000);
+    ZAlembicObject wide;
+    ASSERT_TRUE(a.topObject().getChild(0, wide));
+    ASSERT_EQ(wide.numChildren(), 10000);
     int meshes = 0;
-    for (int i = 0; i < top.numChildren(); ++i) {
+    for (int i = 0; i < wide.numChildren(); ++i) {
         ZAlembicObject sibling, shape;
-        ASSERT_TRUE(top.getChild(i, sibling));
+        ASSERT_TRUE(wide.getChild(i, sibling));
         meshes += sibling.getChild(0, shape) && shape.schema() == "AbcGeom_PolyMesh_v1";
     }
     EXPECT_EQ(meshes, 1);
+    // The source walk over the same siblings finds the one mesh.
+    ZSource source;
+    source.setAlembic(fixture("wide.abc"));
+    EXPECT_EQ(source.mesh.numVertices(), 3);
+    EXPECT_EQ(source.mesh.numTriangles(), 1);
 }
