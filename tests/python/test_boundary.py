@@ -114,46 +114,51 @@ def test_two_threads_on_two_grooms_give_what_one_thread_gives() -> None:
     assert [results[1], results[2]] == alone and alone[0] != alone[1]
 
 
-@pytest.mark.parametrize("first", ["groomcore", "pxr"])
-def test_groomcore_and_usd_core_in_one_process_in_either_order(tmp_path: Path, first: str) -> None:
-    script = f"""
+# One strand exported from a fresh process; `before` runs first, `after` last.
+EXPORT = """
+import sys
 import numpy as np
-import {first}
+{before}
 import groomcore as gc
-from pxr import Usd, UsdGeom
 f, c = gc.ZFollicles(), gc.ZCurves()
 c.push(np.array([[0, 0, 0], [0, 1, 0]], np.float32))
 f.tgl, f.rtp, f.uvw = np.zeros(1, np.int32), np.zeros(1, np.int32), np.zeros((1, 3), np.float32)
 f.twh, f.rwh, f.axs = np.ones(1, np.float32), np.ones(1, np.float32), np.zeros((1, 4, 3), np.float32)
 x = gc.ZCurvesToUSD()
-x.name, x.basePath, x.follicles, x.curves, x.boundingBox = "hair", r"{tmp_path}/hair", f, c, c.boundingBox(False, False)
+x.name, x.basePath, x.follicles, x.curves, x.boundingBox = "hair", r"{base}", f, c, c.boundingBox(False, False)
 x.writeAttributeToUSD(True)
 x.writeGeometryToUSD(1, True, False)
-stage = Usd.Stage.Open(x.stage)
-points = UsdGeom.BasisCurves(stage.GetPrimAtPath("/hair")).GetPointsAttr().Get()
-print(len(points), UsdGeom.Primvar(stage.GetPrimAtPath("/hair").GetAttribute("primvars:st")).GetInterpolation())
+{after}
 """
-    done = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True)
+
+
+def export_in_a_process(tmp_path: Path, before: str, after: str) -> subprocess.CompletedProcess[str]:
+    script = EXPORT.format(before=before, after=after, base=tmp_path / "hair")
+    return subprocess.run([sys.executable, "-c", script], capture_output=True, text=True)
+
+
+@pytest.mark.parametrize("first", ["groomcore", "pxr"])
+def test_groomcore_and_usd_core_in_one_process_in_either_order(tmp_path: Path, first: str) -> None:
+    done = export_in_a_process(
+        tmp_path,
+        f"import {first}",
+        """
+from pxr import Usd, UsdGeom
+stage = Usd.Stage.Open(x.stage)
+prim = stage.GetPrimAtPath("/hair")
+points = UsdGeom.BasisCurves(prim).GetPointsAttr().Get()
+print(len(points), UsdGeom.Primvar(prim.GetAttribute("primvars:st")).GetInterpolation())
+""",
+    )
     assert done.returncode == 0, done.stderr[-2000:]
-    assert done.stdout.split()[0] in ("2", "4") and "Error" not in done.stderr
+    # two CVs, each end doubled for the catmullRom basis; the st primvar one per curve
+    assert done.stdout.split() == ["4", "uniform"] and "Error" not in done.stderr
 
 
 def test_exporting_loads_no_other_openusd_into_the_process(tmp_path: Path) -> None:
     # The exporter's OpenUSD would otherwise import `pxr` (usd-core's here) on its first plug-in load.
-    script = f"""
-import sys
-import numpy as np
-import groomcore as gc
-f, c = gc.ZFollicles(), gc.ZCurves()
-c.push(np.array([[0, 0, 0], [0, 1, 0]], np.float32))
-f.tgl, f.rtp, f.uvw = np.zeros(1, np.int32), np.zeros(1, np.int32), np.zeros((1, 3), np.float32)
-f.twh, f.rwh, f.axs = np.ones(1, np.float32), np.ones(1, np.float32), np.zeros((1, 4, 3), np.float32)
-x = gc.ZCurvesToUSD()
-x.name, x.basePath, x.follicles, x.curves, x.boundingBox = "hair", r"{tmp_path}/hair", f, c, c.boundingBox(False, False)
-x.writeAttributeToUSD(True)
-x.writeGeometryToUSD(1, True, False)
-print(sorted(m for m in sys.modules if m == "pxr" or m.startswith("pxr.")))
-"""
-    done = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True)
+    done = export_in_a_process(
+        tmp_path, "", 'print(sorted(m for m in sys.modules if m == "pxr" or m.startswith("pxr.")))'
+    )
     assert done.returncode == 0 and done.stdout.strip() == "[]", done.stdout + done.stderr
     assert done.stderr == ""
