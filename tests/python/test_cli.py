@@ -222,3 +222,22 @@ mesh.getSchema().set(AbcGeom.OPolyMeshSchemaSample(p, idx, cnt))
     assert done.returncode == 0 and "returns    /bodyShape/Suzanne" in done.stdout
     done = run("abc", tmp_path / "missing.abc")
     assert done.returncode == 1 and done.stderr.startswith("groomcore: error:")
+
+
+def test_an_existing_cluster_gives_the_serial_files(cache: Path, tmp_path: Path) -> None:
+    from dask.distributed import LocalCluster
+
+    common = ["--frames", "1001-1003", "--level", "high", "--quiet"]
+    assert run("export-usd", cache, "hair", tmp_path / "serial" / "hair", *common).returncode == 0
+    with LocalCluster(n_workers=1, threads_per_worker=1, processes=True, dashboard_address=None) as cluster:
+        done = run(
+            "export-usd",
+            cache,
+            "hair",
+            tmp_path / "cluster" / "hair",
+            *common,
+            "--scheduler",
+            cluster.scheduler_address,
+        )
+    assert done.returncode == 0, done.stderr[-2000:]
+    assert tree(tmp_path / "cluster") == tree(tmp_path / "serial")
