@@ -71,4 +71,4 @@ def test_usd_export_from_python_matches_usd_core(tmp_path: Path, root: Path) -> 
         env={**os.environ},
     )
     assert done.returncode == 0, done.stdout[-3000:] + done.stderr[-3000:]
-    assert "14 passed, 0 failed" in done.stdout
+    assert "15 passed, 0 failed" in done.stdout

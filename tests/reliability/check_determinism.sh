@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs determinism_run in separate processes at 1, 2, 3, 5 and 16 OpenMP threads, and pinned
+# Runs determinism_run in separate processes at 1, 2, 3, 5, 16 and 64 OpenMP threads, and pinned
 # to one processor and spread over all of them (taskset), and requires every file each run
 # writes to be the same, bit for bit. The cache's info record keeps machine facts (a time
 # stamp among them), which are left out: everything else in it must match too.
@@ -9,7 +9,7 @@ RUN="$1"
 WORK="$(mktemp -d)"
 trap 'rm -rf "$WORK"' EXIT
 all="0-$(($(nproc) - 1))"
-configs=("1 $all" "2 $all" "3 $all" "5 $all" "16 $all" "16 0" "2 0")
+configs=("1 $all" "2 $all" "3 $all" "5 $all" "16 $all" "64 $all" "16 0" "64 0" "2 0")
 i=0
 for cfg in "${configs[@]}"; do
   set -- $cfg

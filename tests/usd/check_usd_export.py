@@ -45,6 +45,8 @@ SCENARIOS = {
     "curves_low_r1_normals": curves_detail(0, 1, 1, 1200),
     "curves_low_r05": curves_detail(0, 0.5, 0, 1200),
     "curves_low_under_threshold": curves_detail(0, 1, 1, 150),
+    # Exactly 1,000 strands: "low" takes the larger step from 1,000 on.
+    "curves_low_at_threshold": curves_detail(0, 1, 0, 1000),
     # One file gathering ten times over a frame range, the strands moving.
     "curves_frame_range": (inputs(40), ops(
         "set name hair", "set hasFrameRange 1", "set startTime 1", "set endTime 10", "set writeNormals 1", "attr 1",
