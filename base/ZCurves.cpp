@@ -1,4 +1,5 @@
 #include "base/ZCurves.h"
+#include "base/ZParallelProfile.h"
 
 #include <omp.h>
 
@@ -79,13 +80,16 @@ ZBoundingBox ZCurves::boundingBox(bool rootsOnly, bool useOpenMP) const {
     const int n = numCurves();
     // One box per thread, merged afterwards: min and max do not depend on the order.
     std::vector<ZBoundingBox> partial(static_cast<size_t>(useOpenMP ? omp_get_max_threads() : 1));
-    #pragma omp parallel num_threads(static_cast<int>(partial.size())) if (useOpenMP)
     {
-        ZBoundingBox& local = partial[static_cast<size_t>(omp_get_thread_num())];
-        #pragma omp for schedule(static)
-        for (int i = 0; i < n; ++i) {
-            const int m = rootsOnly ? (numCVs[i] > 0 ? 1 : 0) : numCVs[i];
-            for (int j = 0; j < m; ++j) local.expand(cvs[start[i] + j]);
+        const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
+        #pragma omp parallel num_threads(static_cast<int>(partial.size())) if (useOpenMP)
+        {
+            ZBoundingBox& local = partial[static_cast<size_t>(omp_get_thread_num())];
+            #pragma omp for schedule(static)
+            for (int i = 0; i < n; ++i) {
+                const int m = rootsOnly ? (numCVs[i] > 0 ? 1 : 0) : numCVs[i];
+                for (int j = 0; j < m; ++j) local.expand(cvs[start[i] + j]);
+            }
         }
     }
     ZBoundingBox box;

@@ -1,4 +1,5 @@
 #include "base/ZPolyMesh.h"
+#include "base/ZParallelProfile.h"
 
 namespace Ulmex {
 
@@ -39,8 +40,11 @@ void ZPolyMesh::append(const ZPolyMesh& other, bool withAttributes) {
 
 void ZPolyMesh::transform(const ZMatrix& m, bool useOpenMP) {
     const int n = points.length();
-    #pragma omp parallel for schedule(static) if (useOpenMP)
-    for (int i = 0; i < n; ++i) points[i] = m.transformPoint(points[i]);
+    {
+        const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
+        #pragma omp parallel for schedule(static) if (useOpenMP)
+        for (int i = 0; i < n; ++i) points[i] = m.transformPoint(points[i]);
+    }
     for (ZVector& v : velocities) v = m.transformVector(v);
     for (ZVector& v : normals) v = m.transformVector(v).normalized(false);
     computeBoundingBox();

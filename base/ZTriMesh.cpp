@@ -1,4 +1,5 @@
 #include "base/ZTriMesh.h"
+#include "base/ZParallelProfile.h"
 
 #include <GL/gl.h>
 #include <omp.h>
@@ -10,11 +11,14 @@ namespace Ulmex {
 ZBoundingBox ZTriMesh::boundingBox(bool useOpenMP) const {
     const int n = numVertices();
     std::vector<ZBoundingBox> partial(static_cast<size_t>(useOpenMP ? omp_get_max_threads() : 1));
-    #pragma omp parallel num_threads(static_cast<int>(partial.size())) if (useOpenMP)
     {
-        ZBoundingBox& local = partial[static_cast<size_t>(omp_get_thread_num())];
-        #pragma omp for schedule(static)
-        for (int i = 0; i < n; ++i) local.expand(points[i]);
+        const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
+        #pragma omp parallel num_threads(static_cast<int>(partial.size())) if (useOpenMP)
+        {
+            ZBoundingBox& local = partial[static_cast<size_t>(omp_get_thread_num())];
+            #pragma omp for schedule(static)
+            for (int i = 0; i < n; ++i) local.expand(points[i]);
+        }
     }
     ZBoundingBox box;
     for (const ZBoundingBox& b : partial) box.expand(b);
@@ -23,8 +27,11 @@ ZBoundingBox ZTriMesh::boundingBox(bool useOpenMP) const {
 
 void ZTriMesh::transform(const ZMatrix& m, bool useOpenMP) {
     const int n = numVertices();
-    #pragma omp parallel for schedule(static) if (useOpenMP)
-    for (int i = 0; i < n; ++i) points[i] = m.transformPoint(points[i]);
+    {
+        const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
+        #pragma omp parallel for schedule(static) if (useOpenMP)
+        for (int i = 0; i < n; ++i) points[i] = m.transformPoint(points[i]);
+    }
 }
 
 void ZTriMesh::drawVertices() const {

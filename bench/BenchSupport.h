@@ -1,7 +1,9 @@
-// What the benchmarks that write files and run a peer script share: sizes from the
-// environment, a scratch directory, timing, settling the machine between writers, and
-// running a peer that reports its figures as one JSON line.
+// What the benchmarks share: sizes and thread counts from the environment, the serial
+// fraction of a call, a scratch directory, timing, settling the machine between writers,
+// and running a peer that reports its figures as one JSON line.
 #pragma once
+
+#include <benchmark/benchmark.h>
 
 #include <unistd.h>
 
@@ -12,6 +14,9 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
+
+#include "base/ZParallelProfile.h"
 
 namespace bench {
 
@@ -19,6 +24,45 @@ inline int envInt(const char* name, int fallback) {
     const char* v = std::getenv(name);
     return v && *v ? std::atoi(v) : fallback;
 }
+
+// The thread counts to measure: GROOMCORE_BENCH_THREADS ("1,2,16,64"), or 1 and 2. The
+// same binary measures any machine without rebuilding.
+inline std::vector<int> threadCounts() {
+    std::vector<int> out;
+    const char* v = std::getenv("GROOMCORE_BENCH_THREADS");
+    for (const char* p = v ? v : ""; *p;) {
+        const int t = std::atoi(p);
+        if (t > 0) out.push_back(t);
+        while (*p && *p != ',') ++p;
+        if (*p == ',') ++p;
+    }
+    if (out.empty()) out = {1, 2};
+    return out;
+}
+
+// The serial fraction of the calls timed with it: the share of their wall time spent
+// outside the library's parallel regions (in a `profile` build; elsewhere it reports
+// nothing). Measured with one thread, Amdahl's law then predicts the speed-up on 16.
+class SerialFraction {
+public:
+    template <typename F>
+    void time(F&& call) {
+        const double p0 = Ulmex::ZParallelSeconds();
+        const auto t0 = std::chrono::steady_clock::now();
+        call();
+        _wall += std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+        _inside += Ulmex::ZParallelSeconds() - p0;
+    }
+    void report(benchmark::State& state) const {
+        if (_inside <= 0 || _wall <= 0) return;
+        const double f = 1.0 - _inside / _wall;
+        state.counters["serial_pct"] = 100.0 * f;
+        state.counters["amdahl16"] = 1.0 / (f + (1.0 - f) / 16.0);
+    }
+
+private:
+    double _wall = 0, _inside = 0;
+};
 
 // GROOMCORE_BENCH_DIR, or the temp directory, with `name` below it.
 inline std::filesystem::path scratch(const char* name) {

@@ -13,6 +13,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "base/UlmexBase.h"
 #include "modifiers/ZBendModifier.h"
 #include "modifiers/ZClumpModifier.h"
@@ -157,11 +158,13 @@ void BM_Evaluate(benchmark::State& state) {
     threads(state);
     M m;
     configure(m);
+    bench::SerialFraction serial;
     for (auto _ : state) {
         m.reset();  // forces the recomputation
-        m.evaluate(g.f, g.c);
+        serial.time([&] { m.evaluate(g.f, g.c); });
         benchmark::ClobberMemory();
     }
+    serial.report(state);
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
@@ -176,8 +179,9 @@ void BM_Deform(benchmark::State& state) {
     // Shape modifiers start every iteration from the same strands, so repeated factors and
     // rotations do not drift the geometry (towards denormals, say); the restore is not timed.
     const ZVectorArray pristine = g.c.cvs;
+    bench::SerialFraction serial;
     for (auto _ : state) {
-        m.deform(g.f, g.c, g.c);
+        serial.time([&] { m.deform(g.f, g.c, g.c); });
         benchmark::ClobberMemory();
         if (movesCVs<M>()) {
             // Restored with deform's own static split, so that each thread finds its strands
@@ -191,6 +195,7 @@ void BM_Deform(benchmark::State& state) {
             state.ResumeTiming();
         }
     }
+    serial.report(state);
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
@@ -281,16 +286,17 @@ void BM_KSeExprLoop(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * n);
 }
 
-// {strands, threads, CVs per strand (0: the default 16)}
+// {strands, threads, CVs per strand (0: the default 16)}; threads from
+// GROOMCORE_BENCH_THREADS (1 and 2 by default).
 void sizes(benchmark::internal::Benchmark* b) {
     for (int n : {100000, 1000000})
-        for (int t : {1, 2}) b->Args({n, t, 0});
+        for (int t : bench::threadCounts()) b->Args({n, t, 0});
     b->Unit(benchmark::kMillisecond)->UseRealTime();
 }
 // {strands, threads, expressions per strand}
 void sizesExprs(benchmark::internal::Benchmark* b) {
     for (int n : {100000, 1000000})
-        for (int t : {1, 2})
+        for (int t : bench::threadCounts())
             for (int e : {1, 2, 3, 4}) b->Args({n, t, e});
     b->Unit(benchmark::kMillisecond)->UseRealTime();
 }

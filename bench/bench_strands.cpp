@@ -7,6 +7,7 @@
 #include <cstring>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "base/UlmexBase.h"
 #include "modifiers/ZExpression.h"
 #include "strands/ZFollicles.h"
@@ -62,14 +63,18 @@ void BM_CopyFloor(benchmark::State& state) {
 void BM_UpdateAxes(benchmark::State& state) {
     Groom& g = groom(static_cast<int>(state.range(0)));
     setThreads(state);
-    for (auto _ : state) benchmark::DoNotOptimize(g.f.updateAxes(g.mesh, g.frames, true));
+    bench::SerialFraction serial;
+    for (auto _ : state) serial.time([&] { benchmark::DoNotOptimize(g.f.updateAxes(g.mesh, g.frames, true)); });
+    serial.report(state);
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
 void BM_CalcRxy(benchmark::State& state) {
     Groom& g = groom(static_cast<int>(state.range(0)));
     setThreads(state);
-    for (auto _ : state) benchmark::DoNotOptimize(g.f.calcRxy(g.curves, true));
+    bench::SerialFraction serial;
+    for (auto _ : state) serial.time([&] { benchmark::DoNotOptimize(g.f.calcRxy(g.curves, true)); });
+    serial.report(state);
     state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
@@ -122,8 +127,14 @@ void BM_ExpressionHandWritten(benchmark::State& state) {
 } // namespace
 
 BENCHMARK(BM_CopyFloor)->Args({100000, 1})->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_UpdateAxes)->Args({100000, 1})->Args({100000, 2})->Unit(benchmark::kMicrosecond)->UseRealTime();
-BENCHMARK(BM_CalcRxy)->Args({100000, 1})->Args({100000, 2})->Unit(benchmark::kMicrosecond)->UseRealTime();
+// {strands, threads}: 100k and 1M strands, threads from GROOMCORE_BENCH_THREADS (1 and 2).
+void strandsThreads(benchmark::internal::Benchmark* b) {
+    for (int n : {100000, 1000000})
+        for (int t : bench::threadCounts()) b->Args({n, t});
+    b->Unit(benchmark::kMicrosecond)->UseRealTime();
+}
+BENCHMARK(BM_UpdateAxes)->Apply(strandsThreads);
+BENCHMARK(BM_CalcRxy)->Apply(strandsThreads);
 BENCHMARK(BM_SetTipWidth)->Args({100000, 1})->Args({100000, 2})->Unit(benchmark::kMicrosecond)->UseRealTime();
 BENCHMARK(BM_ExpressionKSeExpr)->Args({100000, 1})->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ExpressionHandWritten)->Args({100000, 1})->Unit(benchmark::kMillisecond);

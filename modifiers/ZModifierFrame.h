@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "base/UlmexBase.h"
+#include "base/ZParallelProfile.h"
 #include "modifiers/ZModifier.h"
 #include "strands/ZFollicles.h"
 
@@ -160,8 +161,11 @@ float sample(const Ulmex::ZImageMap& map, float u, float v);
 template <typename F>
 void forEachStrand(int n, F&& fn) {
     if (n <= 0) return;
-    #pragma omp parallel for schedule(static)
-    for (int i = 0; i < n; ++i) fn(i);
+    {
+        const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
+        #pragma omp parallel for schedule(static)
+        for (int i = 0; i < n; ++i) fn(i);
+    }
 }
 
 } // namespace ZModifierFrame

@@ -1,4 +1,5 @@
 #include "strands/ZFollicles.h"
+#include "base/ZParallelProfile.h"
 
 #include <omp.h>
 
@@ -92,18 +93,21 @@ bool ZFollicles::calcRxy(const ZCurves& curves, bool useOpenMP) {
     if (n == 0) return true;
     if (n != curves.numCVs.length()) return false;
 
-    #pragma omp parallel for schedule(static) if (useOpenMP)
-    for (int i = 0; i < n; ++i) {
-        const ZAxis& a = axs[i];
-        const ZVector& tip = curves.cvs[curves.start[i] + curves.numCVs[i] - 1];
-        const ZVector d = tip - a.origin;
-        const float p = -(a.yAxis.dot(d));
-        const float q = a.xAxis.dot(d);
-        if (std::fabs(p) < 0.001f && std::fabs(q) < 0.001f) {
-            rxy[i] = std::fabs(p) > std::fabs(q) ? ZTuple<2, float>(1.f, 0.f) : ZTuple<2, float>(0.f, 1.f);
-        } else {
-            const ZVector w = fastNormalize(a.xAxis * p + a.yAxis * q);
-            rxy[i] = ZTuple<2, float>(a.xAxis.dot(w), a.yAxis.dot(w));
+    {
+        const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
+        #pragma omp parallel for schedule(static) if (useOpenMP)
+        for (int i = 0; i < n; ++i) {
+            const ZAxis& a = axs[i];
+            const ZVector& tip = curves.cvs[curves.start[i] + curves.numCVs[i] - 1];
+            const ZVector d = tip - a.origin;
+            const float p = -(a.yAxis.dot(d));
+            const float q = a.xAxis.dot(d);
+            if (std::fabs(p) < 0.001f && std::fabs(q) < 0.001f) {
+                rxy[i] = std::fabs(p) > std::fabs(q) ? ZTuple<2, float>(1.f, 0.f) : ZTuple<2, float>(0.f, 1.f);
+            } else {
+                const ZVector w = fastNormalize(a.xAxis * p + a.yAxis * q);
+                rxy[i] = ZTuple<2, float>(a.xAxis.dot(w), a.yAxis.dot(w));
+            }
         }
     }
     return true;
@@ -118,10 +122,13 @@ bool ZFollicles::updateAxes(const ZTriMesh& mesh, const ZAxisArray& vertexAxes, 
         std::cout << "Error@ZFollicles::setLocalAxes(): Invalid input data." << std::endl;
         return false;
     }
-    #pragma omp parallel for schedule(static) if (useOpenMP)
-    for (int i = 0; i < n; ++i) {
-        const ZTuple<3, int>& t = mesh.v012[tgl[i]];
-        axs[i].set(vertexAxes[t[0]], vertexAxes[t[1]], vertexAxes[t[2]], bcc[i][0], bcc[i][1], bcc[i][2], true);
+    {
+        const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
+        #pragma omp parallel for schedule(static) if (useOpenMP)
+        for (int i = 0; i < n; ++i) {
+            const ZTuple<3, int>& t = mesh.v012[tgl[i]];
+            axs[i].set(vertexAxes[t[0]], vertexAxes[t[1]], vertexAxes[t[2]], bcc[i][0], bcc[i][1], bcc[i][2], true);
+        }
     }
     return true;
 }
@@ -129,12 +136,15 @@ bool ZFollicles::updateAxes(const ZTriMesh& mesh, const ZAxisArray& vertexAxes, 
 void ZFollicles::setRandom(ZFloatArray& target, float min, float max, bool useOpenMP) const {
     const int n = tgl.length();
     if (n == 0) return;
-    #pragma omp parallel for schedule(static) if (useOpenMP)
-    for (int i = 0; i < n; ++i) {
-        const float r = ZRandomUnit(static_cast<uint32_t>(uid[i]));
-        const float range = max - min;
-        const float scaled = range * r;
-        target[i] = scaled + min;
+    {
+        const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
+        #pragma omp parallel for schedule(static) if (useOpenMP)
+        for (int i = 0; i < n; ++i) {
+            const float r = ZRandomUnit(static_cast<uint32_t>(uid[i]));
+            const float range = max - min;
+            const float scaled = range * r;
+            target[i] = scaled + min;
+        }
     }
 }
 
