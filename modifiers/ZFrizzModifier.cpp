@@ -35,7 +35,7 @@ void ZFrizzModifier::reset() {
 void ZFrizzModifier::evaluate(const ZFollicles& follicles, const ZCurves& curves) {
     if (!F::evaluate(*this, follicles, prevNum, describe(*this), frizzSeed)) return;
     // The jitter of a CV depends on its global index alone: no seed, no uid.
-    frizzJitter.setLength(curves.cvs.length(), true);
+    F::zeroedInParallel(frizzJitter, curves.cvs.length());
     F::forEachStrand(follicles.tgl.length(), [&](int i) {
         const int n = curves.numCVs[i];
         const int f = curves.start[i];

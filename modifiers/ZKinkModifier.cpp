@@ -39,8 +39,8 @@ void ZKinkModifier::evaluate(const ZFollicles& follicles, const ZCurves& curves)
     if (!F::evaluate(*this, follicles, prevNum, describe(*this), kinkSeed, &cvCount)) return;
 
     // One direction per CV, for every strand (masked ones too); the roots' entries stay 0.
-    kinkCos.setLength(total, true);
-    kinkSin.setLength(total, true);
+    F::zeroedInParallel(kinkCos, total);
+    F::zeroedInParallel(kinkSin, total);
     const float seed = kinkSeed;
     const float maxLength = follicles.maxLn0;
     F::forEachStrand(follicles.tgl.length(), [&](int i) {
