@@ -6,6 +6,7 @@
 // written by bench/alembic_bench_peer.py with the real library; the peer's times are those
 // it measures around its library calls.
 #include <benchmark/benchmark.h>
+#include <omp.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -16,6 +17,7 @@
 
 #include "BenchSupport.h"
 #include "base/UlmexBase.h"
+#include "cache/RuvoMisc.h"
 
 using namespace Ulmex;
 namespace fs = std::filesystem;
@@ -110,6 +112,40 @@ void BM_AbcWide_Groomcore(benchmark::State& state) {
     state.counters["name_chars"] = static_cast<double>(names) / static_cast<double>(state.iterations());
 }
 
+// Rebinding 1M strands of 16 CVs to the 1M-point grid of mesh.abc (2M triangles): the body
+// is read and triangulated on the calling thread, the strands in parallel. With the
+// `profile` preset it reports the serial fraction.
+void BM_SetRefIdxAndInvRot(benchmark::State& state) {
+    const std::string file = dir() + "/mesh.abc";
+    const int n = 1000000, cvs = 16;
+    omp_set_num_threads(static_cast<int>(state.range(0)));
+    ZAlembicArchive a;
+    if (!a.open(file.c_str())) state.SkipWithError("cannot open");
+    ZAlembicObject body;
+    a.topObject().getChild(0, body);
+    ZFollicles f;
+    f.tgl.setLength(n, false);
+    f.axs.setLength(n, true);
+    ZCurves rest;
+    rest.numCVs.assign(static_cast<size_t>(n), cvs);
+    rest.start.resize(static_cast<size_t>(n));
+    rest.cvs.resize(static_cast<size_t>(n) * cvs);
+    for (int i = 0; i < n; ++i) {
+        f.tgl[i] = (2 * i) % 1996002;  // the grid's 999 x 999 quads, two triangles each
+        rest.start[i] = i * cvs;
+        for (int j = 0; j < cvs; ++j) rest.cvs[static_cast<size_t>(i) * cvs + j] = ZVector(float(i % 1000), float(j), 0.f);
+    }
+    ZIntArray refIdx;
+    ZMatrixArray invRot;
+    bench::SerialFraction serial;
+    for (auto _ : state) {
+        ZCurves curves = rest;
+        serial.time([&] { setRefIdxAndInvRotAndCurves(0.0, body, f, &curves, &refIdx, &invRot); });
+    }
+    if (refIdx.length() != n) state.SkipWithError("the strands were not bound");
+    serial.report(state);
+}
+
 struct Peer {
     double mesh = -1, tree = -1, full = -1, wide2500 = -1, wide10000 = -1;
 };
@@ -154,6 +190,10 @@ void BM_AbcWide_Alembic3d(benchmark::State& state) {
 
 } // namespace
 
+BENCHMARK(BM_SetRefIdxAndInvRot)->Apply([](benchmark::internal::Benchmark* b) {
+    for (int t : bench::threadCounts()) b->Arg(t);
+    b->Unit(benchmark::kMillisecond)->UseRealTime();
+});
 BENCHMARK(BM_AbcFullRead_Groomcore)->Arg(0)->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_AbcFullRead_Alembic3d)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_AbcWide_Groomcore)->Arg(2500)->Arg(10000)->Unit(benchmark::kMillisecond);

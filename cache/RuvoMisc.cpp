@@ -72,13 +72,47 @@ void forEachFanTriangle(const ZIntArray& counts, size_t available, F&& f) {
     }
 }
 
+// Where each polygon of the fan walk starts in the connections and in the triangles: the
+// polygons forEachFanTriangle visits, in its order (a short serial pass over the counts),
+// so that the triangles can then be written in parallel.
+struct FanLayout {
+    std::vector<size_t> offset;    // first connection of each polygon visited
+    std::vector<size_t> triangle;  // index of its first triangle
+    size_t triangles = 0;
+};
+
+FanLayout fanLayout(const ZIntArray& counts, size_t available) {
+    FanLayout l;
+    l.offset.reserve(counts.size());
+    l.triangle.reserve(counts.size());
+    size_t offset = 0;
+    for (int m : counts) {
+        if (m < 0 || static_cast<size_t>(m) > available - std::min(offset, available)) break;
+        l.offset.push_back(offset);
+        l.triangle.push_back(l.triangles);
+        l.triangles += m > 2 ? static_cast<size_t>(m - 2) : 0;
+        offset += static_cast<size_t>(m);
+    }
+    return l;
+}
+
 } // namespace
 
 ZInt3Array getv012(const ZIntArray& counts, const ZIntArray& connections) {
-    ZInt3Array out;
-    forEachFanTriangle(counts, connections.size(), [&](size_t o, int j) {
-        out.push_back(ZTuple<3, int>(connections[o], connections[o + 1 + j], connections[o + 2 + j]));
-    });
+    const FanLayout l = fanLayout(counts, connections.size());
+    ZInt3Array out(l.triangles);
+    const long long polygons = static_cast<long long>(l.offset.size());
+    {
+        const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
+        #pragma omp parallel for schedule(static)
+        for (long long p = 0; p < polygons; ++p) {
+            const size_t o = l.offset[static_cast<size_t>(p)];
+            const int m = counts[static_cast<size_t>(p)];
+            ZTuple<3, int>* t = out.data() + l.triangle[static_cast<size_t>(p)];
+            for (int j = 0; j + 2 < m; ++j)
+                t[j] = ZTuple<3, int>(connections[o], connections[o + 1 + j], connections[o + 2 + j]);
+        }
+    }
     return out;
 }
 
@@ -98,39 +132,64 @@ ZVectorArray getuvs(const ZIntArray& counts, const ZFloatArray& uvs, const ZIntA
 
 void setRefIdxAndInvRotAndCurves(double frame, const ZAlembicObject& object, const ZFollicles& follicles,
                                  ZCurves* curves, ZIntArray* refIdx, ZMatrixArray* invRot) {
-    ZVectorArray points, velocities;
-    ZIntArray counts, connections, uvIndices;
-    ZBoundingBox box;
+    // Only what the binding uses: points, faces and the world matrix.
+    ZVectorArray points;
+    ZIntArray counts, connections;
     ZMatrix matrix;
-    ZFloatArray uvs;
-    if (!object.getPolyMeshData(&points, &velocities, &counts, &connections, &box, &matrix, &uvs, &uvIndices,
+    if (!object.getPolyMeshData(&points, nullptr, &counts, &connections, nullptr, &matrix, nullptr, nullptr,
                                 static_cast<int>(frame + 0.5))) {
         refIdx->clear();  // not a polygon mesh: nothing to bind to
         invRot->clear();
         return;
     }
-    ReverseConnections(counts, connections);
+    // The body's triangles and world-space points. The fan of a reversed polygon (v0, vm-1,
+    // ..., v1) is (v0, vm-1-j, vm-2-j): written straight from the file's order, each polygon
+    // on its own, in parallel, with what ReverseConnections then getv012 would give.
+    // Surface coordinates play no part in the binding.
     ZTriMesh bodyMesh;
-    bodyMesh.points = points;
-    bodyMesh.v012 = getv012(counts, connections);
-    bodyMesh.uvs = getuvs(counts, uvs, uvIndices);
-    bodyMesh.transform(matrix, false);
+    bodyMesh.points = std::move(points);
+    const FanLayout fan = fanLayout(counts, connections.size());
+    bodyMesh.v012.resize(fan.triangles);
+    {
+        const long long polygons = static_cast<long long>(fan.offset.size());
+        const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
+        #pragma omp parallel for schedule(static)
+        for (long long p = 0; p < polygons; ++p) {
+            const size_t o = fan.offset[static_cast<size_t>(p)];
+            const int m = counts[static_cast<size_t>(p)];
+            ZTuple<3, int>* t = bodyMesh.v012.data() + fan.triangle[static_cast<size_t>(p)];
+            for (int j = 0; j + 2 < m; ++j)
+                t[j] = ZTuple<3, int>(connections[o], connections[o + static_cast<size_t>(m - 1 - j)],
+                                      connections[o + static_cast<size_t>(m - 2 - j)]);
+        }
+    }
+    bodyMesh.transform(matrix, true);
 
     const int n = curves->numCurves();
-    // A body whose triangles name missing points, or strands on triangles it does not have,
+    // Strands on triangles the body does not have, or triangles naming missing points,
     // leave the outputs empty rather than read outside the body.
     bool bound = n >= 1 && follicles.tgl.length() >= n && follicles.axs.length() >= n;
-    for (const ZTuple<3, int>& t : bodyMesh.v012)
-        bound = bound && t[0] >= 0 && t[1] >= 0 && t[2] >= 0 && t[0] < bodyMesh.numVertices() &&
-                t[1] < bodyMesh.numVertices() && t[2] < bodyMesh.numVertices();
-    for (int i = 0; bound && i < n; ++i) bound = follicles.tgl[i] >= 0 && follicles.tgl[i] < bodyMesh.numTriangles();
+    if (bound) {
+        const int triangles = bodyMesh.numTriangles(), vertices = bodyMesh.numVertices();
+        int bad = 0;
+        const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
+        #pragma omp parallel for schedule(static) reduction(+ : bad)
+        for (int i = 0; i < n; ++i) {
+            const int t = follicles.tgl[i];
+            if (t < 0 || t >= triangles) { ++bad; continue; }
+            const ZTuple<3, int>& c = bodyMesh.v012[t];
+            bad += c[0] < 0 || c[1] < 0 || c[2] < 0 || c[0] >= vertices || c[1] >= vertices || c[2] >= vertices;
+        }
+        bound = bad == 0;
+    }
     if (!bound) {
         refIdx->clear();
         invRot->clear();
         return;
     }
-    refIdx->setLength(n, true);
-    invRot->setLength(n, true);
+    // Every entry is written below: sized only when the count changes, never cleared first.
+    if (refIdx->length() != n) refIdx->resize(static_cast<size_t>(n));
+    if (invRot->length() != n) invRot->resize(static_cast<size_t>(n));
     const double eps = static_cast<double>(1e-30f);  // the float constant, widened
     {
         const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
