@@ -58,23 +58,10 @@ bool findBodyMeshShapeNode(const ZString& abcPath, const ZString& bodyName, ZAle
 
 namespace {
 
-// Walks the fan of every polygon: f(offset of the polygon, j) for each triangle j.
-template <typename F>
-void forEachFanTriangle(const ZIntArray& counts, size_t available, F&& f) {
-    size_t offset = 0;
-    for (int m : counts) {
-        if (m < 0) return;
-        // A polygon running past the connections is outside the contract; stop there
-        // rather than read beyond them.
-        if (static_cast<size_t>(m) > available - std::min(offset, available)) return;
-        for (int j = 0; j + 2 < m; ++j) f(offset, j);
-        offset += static_cast<size_t>(m);
-    }
-}
-
-// Where each polygon of the fan walk starts in the connections and in the triangles: the
-// polygons forEachFanTriangle visits, in its order (a short serial pass over the counts),
-// so that the triangles can then be written in parallel.
+// Where each polygon of the fan walk starts in the connections and in the triangles. The
+// walk stops at a polygon with a negative count or one running past the `available`
+// connections (outside the contract: nothing beyond them is read). A short serial pass
+// over the counts, so that the triangles can then be written in parallel.
 struct FanLayout {
     std::vector<size_t> offset;    // first connection of each polygon visited
     std::vector<size_t> triangle;  // index of its first triangle
@@ -96,52 +83,61 @@ FanLayout fanLayout(const ZIntArray& counts, size_t available) {
     return l;
 }
 
+// fan(o, m, first) for every polygon of the layout, in parallel: o its first connection, m
+// its vertex count, first the index of its first triangle.
+template <typename F>
+void forEachFan(const FanLayout& l, const ZIntArray& counts, F&& fan) {
+    const long long polygons = static_cast<long long>(l.offset.size());
+    const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
+    #pragma omp parallel for schedule(static)
+    for (long long p = 0; p < polygons; ++p)
+        fan(l.offset[static_cast<size_t>(p)], counts[static_cast<size_t>(p)], l.triangle[static_cast<size_t>(p)]);
+}
+
 } // namespace
 
 ZInt3Array getv012(const ZIntArray& counts, const ZIntArray& connections) {
     const FanLayout l = fanLayout(counts, connections.size());
     ZInt3Array out(l.triangles);
-    const long long polygons = static_cast<long long>(l.offset.size());
-    {
-        const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
-        #pragma omp parallel for schedule(static)
-        for (long long p = 0; p < polygons; ++p) {
-            const size_t o = l.offset[static_cast<size_t>(p)];
-            const int m = counts[static_cast<size_t>(p)];
-            ZTuple<3, int>* t = out.data() + l.triangle[static_cast<size_t>(p)];
-            for (int j = 0; j + 2 < m; ++j)
-                t[j] = ZTuple<3, int>(connections[o], connections[o + 1 + j], connections[o + 2 + j]);
-        }
-    }
+    forEachFan(l, counts, [&](size_t o, int m, size_t first) {
+        for (int j = 0; j + 2 < m; ++j)
+            out[first + j] = ZTuple<3, int>(connections[o], connections[o + 1 + j], connections[o + 2 + j]);
+    });
     return out;
 }
 
 ZVectorArray getuvs(const ZIntArray& counts, const ZFloatArray& uvs, const ZIntArray& uvIndices) {
-    ZVectorArray out;
     auto uv = [&](int u) {
         const size_t k = 2 * static_cast<size_t>(u);
         return u >= 0 && k + 1 < uvs.size() ? ZVector(uvs[k], uvs[k + 1], 0.f) : ZVector(0.f, 0.f, 0.f);
     };
-    forEachFanTriangle(counts, uvIndices.size(), [&](size_t o, int j) {
-        out.push_back(uv(uvIndices[o]));
-        out.push_back(uv(uvIndices[o + 1 + j]));
-        out.push_back(uv(uvIndices[o + 2 + j]));
+    const FanLayout l = fanLayout(counts, uvIndices.size());
+    ZVectorArray out(3 * l.triangles);
+    forEachFan(l, counts, [&](size_t o, int m, size_t first) {
+        for (int j = 0; j + 2 < m; ++j) {
+            ZVector* t = &out[3 * (first + j)];
+            t[0] = uv(uvIndices[o]);
+            t[1] = uv(uvIndices[o + 1 + j]);
+            t[2] = uv(uvIndices[o + 2 + j]);
+        }
     });
     return out;
 }
 
 void setRefIdxAndInvRotAndCurves(double frame, const ZAlembicObject& object, const ZFollicles& follicles,
                                  ZCurves* curves, ZIntArray* refIdx, ZMatrixArray* invRot) {
-    // Only what the binding uses: points, faces and the world matrix.
+    auto refuse = [&] {
+        refIdx->clear();
+        invRot->clear();
+    };
+    // Only what the binding uses: points, faces and the world matrix. No polygon mesh,
+    // nothing to bind to.
     ZVectorArray points;
     ZIntArray counts, connections;
     ZMatrix matrix;
     if (!object.getPolyMeshData(&points, nullptr, &counts, &connections, nullptr, &matrix, nullptr, nullptr,
-                                static_cast<int>(frame + 0.5))) {
-        refIdx->clear();  // not a polygon mesh: nothing to bind to
-        invRot->clear();
-        return;
-    }
+                                static_cast<int>(frame + 0.5)))
+        return refuse();
     // The body's triangles and world-space points. The fan of a reversed polygon (v0, vm-1,
     // ..., v1) is (v0, vm-1-j, vm-2-j): written straight from the file's order, each polygon
     // on its own, in parallel, with what ReverseConnections then getv012 would give.
@@ -150,19 +146,11 @@ void setRefIdxAndInvRotAndCurves(double frame, const ZAlembicObject& object, con
     bodyMesh.points = std::move(points);
     const FanLayout fan = fanLayout(counts, connections.size());
     bodyMesh.v012.resize(fan.triangles);
-    {
-        const long long polygons = static_cast<long long>(fan.offset.size());
-        const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
-        #pragma omp parallel for schedule(static)
-        for (long long p = 0; p < polygons; ++p) {
-            const size_t o = fan.offset[static_cast<size_t>(p)];
-            const int m = counts[static_cast<size_t>(p)];
-            ZTuple<3, int>* t = bodyMesh.v012.data() + fan.triangle[static_cast<size_t>(p)];
-            for (int j = 0; j + 2 < m; ++j)
-                t[j] = ZTuple<3, int>(connections[o], connections[o + static_cast<size_t>(m - 1 - j)],
-                                      connections[o + static_cast<size_t>(m - 2 - j)]);
-        }
-    }
+    forEachFan(fan, counts, [&](size_t o, int m, size_t first) {
+        for (int j = 0; j + 2 < m; ++j)
+            bodyMesh.v012[first + j] = ZTuple<3, int>(connections[o], connections[o + static_cast<size_t>(m - 1 - j)],
+                                                      connections[o + static_cast<size_t>(m - 2 - j)]);
+    });
     bodyMesh.transform(matrix, true);
 
     const int n = curves->numCurves();
@@ -182,11 +170,7 @@ void setRefIdxAndInvRotAndCurves(double frame, const ZAlembicObject& object, con
         }
         bound = bad == 0;
     }
-    if (!bound) {
-        refIdx->clear();
-        invRot->clear();
-        return;
-    }
+    if (!bound) return refuse();
     // Every entry is written below: sized only when the count changes, never cleared first.
     if (refIdx->length() != n) refIdx->resize(static_cast<size_t>(n));
     if (invRot->length() != n) invRot->resize(static_cast<size_t>(n));

@@ -85,8 +85,8 @@ void takeTransforms(nb::handle self, C& c, Transforms& t) {
 }
 
 template <typename C, typename Cls>
-void transformField(Cls& cls, const char* name, const char* type) {
-    const std::string key = std::string("_") + name;
+void transformField(Cls& cls, const char* name) {
+    const std::string key = std::string("_") + name, type = "numpy.float32";
     cls.def_prop_rw(
         name, [key](nb::handle self) { return nb::getattr(self, key.c_str(), nb::none()); },
         [key](nb::handle self, nb::handle value) { nb::setattr(self, key.c_str(), value); },
@@ -95,7 +95,18 @@ void transformField(Cls& cls, const char* name, const char* type) {
         nb::for_setter(nb::sig(intern("def " + std::string(name) + "(self, value: numpy.typing.NDArray[" + type +
                                       "] | None, /) -> None"))),
         nb::for_setter(nb::arg("value").none()),
-        nb::for_getter(intern(std::string("Per strand, or None; read when a bake runs (") + type + ")")));
+        nb::for_getter("Per strand (float32), or None; read when a bake or export runs."));
+}
+
+// What both the cache classes and the exporter point at: the strands, their box, the
+// feather kinds and the per-strand feather transforms.
+template <typename C, typename Cls>
+void hostDataFields(Cls& cls, const std::string& docClass) {
+    pointerField(cls, "follicles", &C::follicles, "", "ZFollicles");
+    pointerField(cls, "curves", &C::curves, "", "ZCurves");
+    pointerField(cls, "boundingBox", &C::boundingBox, intern(docClass + ".boundingBox"), "ZBoundingBox");
+    listField(cls, "feathers", &C::feathers, intern(docClass + ".feathers"), "ZFeather");
+    for (const char* name : {"scales", "rotations", "folds"}) transformField<C>(cls, name);
 }
 
 } // namespace gcpy

@@ -144,13 +144,7 @@ void bindUsd(nb::module_& m) {
     writer("writeGeometryToFeather", &X::writeGeometryToFeather);
     writer("writeAttributeToFeather", &X::writeAttributeToFeather);
 
-    pointerField(cls, "follicles", &X::follicles, "", "ZFollicles");
-    pointerField(cls, "curves", &X::curves, "", "ZCurves");
-    pointerField(cls, "boundingBox", &X::boundingBox, "ZCurvesToUSD.boundingBox", "ZBoundingBox");
-    listField(cls, "feathers", &X::feathers, "ZCurvesToUSD.feathers", "ZFeather");
-    transformField<X>(cls, "scales", "numpy.float32");
-    transformField<X>(cls, "rotations", "numpy.float32");
-    transformField<X>(cls, "folds", "numpy.float32");
+    hostDataFields<X>(cls, "ZCurvesToUSD");
 }
 
 } // namespace gcpy

@@ -82,24 +82,23 @@ enum FollicleArray : unsigned {
 };
 
 inline void checkFollicles(const ZFollicles& f, unsigned arrays, const char* what) {
+    struct Entry {
+        unsigned flag;
+        const char* name;
+        size_t size;
+    };
+    const Entry entries[] = {
+        {Uid, "uid", f.uid.size()}, {Rtp, "rtp", f.rtp.size()}, {Bcc, "bcc", f.bcc.size()},
+        {Uvw, "uvw", f.uvw.size()}, {Nmp, "nmp", f.nmp.size()}, {Ln0, "ln0", f.ln0.size()},
+        {Ln1, "ln1", f.ln1.size()}, {Rxy, "rxy", f.rxy.size()}, {Twh, "twh", f.twh.size()},
+        {Rwh, "rwh", f.rwh.size()}, {Top, "top", f.top.size()}, {Rop, "rop", f.rop.size()},
+        {Axs, "axs", f.axs.size()}, {Bdi, "bdi.counts", f.bdi.counts.size()}};
     const size_t n = f.tgl.size();
-    if (arrays & Uid) checkLength(f.uid, n, what, "uid");
-    if (arrays & Rtp) checkLength(f.rtp, n, what, "rtp");
-    if (arrays & Bcc) checkLength(f.bcc, n, what, "bcc");
-    if (arrays & Uvw) checkLength(f.uvw, n, what, "uvw");
-    if (arrays & Nmp) checkLength(f.nmp, n, what, "nmp");
-    if (arrays & Ln0) checkLength(f.ln0, n, what, "ln0");
-    if (arrays & Ln1) checkLength(f.ln1, n, what, "ln1");
-    if (arrays & Rxy) checkLength(f.rxy, n, what, "rxy");
-    if (arrays & Twh) checkLength(f.twh, n, what, "twh");
-    if (arrays & Rwh) checkLength(f.rwh, n, what, "rwh");
-    if (arrays & Top) checkLength(f.top, n, what, "top");
-    if (arrays & Rop) checkLength(f.rop, n, what, "rop");
-    if (arrays & Axs) checkLength(f.axs, n, what, "axs");
-    if (arrays & Bdi) {
-        checkLength(f.bdi.counts, n, what, "bdi.counts");
-        checkSets(f.bdi, what);
-    }
+    for (const Entry& e : entries)
+        if ((arrays & e.flag) && e.size != n)
+            invalid(what, std::string(e.name) + " has " + std::to_string(e.size) + " elements, " + std::to_string(n) +
+                              " expected");
+    if (arrays & Bdi) checkSets(f.bdi, what);
 }
 
 // Follicles and curves describe the same strands.
