@@ -220,6 +220,11 @@ Property findPath(const Archive& a, const ogawa::Group& compound, std::initializ
     return p;
 }
 
+// A property's time sampling; the identity one where its index names none.
+const TimeSampling& samplingOf(const Archive& a, const PropertyHeader& h) {
+    return h.timeSampling < a.timeSamplings.size() ? a.timeSamplings[h.timeSampling] : a.timeSamplings[0];
+}
+
 // The position of a sample among the values stored, from its index: a repeated or
 // constant value is stored once. Past the last sample reads the last one.
 bool storedIndex(const PropertyHeader& h, int sample, std::uint64_t& index) {
@@ -675,7 +680,8 @@ bool ZAlembicObject::getPolyMeshData(ZVectorArray* points, ZVectorArray* velocit
     const ogawa::Group props = g.isGroup(0) ? g.group(0) : ogawa::Group();
     const Property geom = findProperty(a, props, ".geom");
     const ogawa::Group gg = geom.valid && geom.header.type == 0 ? geom.group : ogawa::Group();
-    if (points && !readArray(findProperty(a, gg, "P"), sample, kF32, 3, *points)) points->clear();
+    const Property P = findProperty(a, gg, "P");
+    if (points && !readArray(P, sample, kF32, 3, *points)) points->clear();
     if (velocities && !readArray(findProperty(a, gg, ".velocities"), sample, kF32, 3, *velocities)) velocities->clear();
     if (counts && !readArray(findProperty(a, gg, ".faceCounts"), sample, kI32, 1, *counts)) counts->clear();
     if (connections && !readArray(findProperty(a, gg, ".faceIndices"), sample, kI32, 1, *connections))
@@ -722,12 +728,9 @@ bool ZAlembicObject::getPolyMeshData(ZVectorArray* points, ZVectorArray* velocit
     if (worldMatrix) {
         // Each transform above is taken at the time of this mesh sample (its nearest sample
         // there), as time-based reads do: transforms and geometry may be sampled differently.
-        const Property p = findProperty(a, gg, "P");
-        const TimeSampling* meshTs = p.valid && p.header.timeSampling < a.timeSamplings.size()
-                                         ? &a.timeSamplings[p.header.timeSampling] : &a.timeSamplings[0];
-        const std::uint32_t meshSamples = p.valid ? std::max<std::uint32_t>(1, p.header.next) : 1;
+        const std::uint32_t meshSamples = P.valid ? std::max<std::uint32_t>(1, P.header.next) : 1;
         const std::uint32_t index = sample < 0 ? 0u : std::min<std::uint32_t>(std::uint32_t(sample), meshSamples - 1);
-        const double time = meshTs->time(index);
+        const double time = samplingOf(a, P.header).time(index);
         M4 w = identity4();
         std::vector<Op> ops;
         bool inherits;
@@ -736,11 +739,9 @@ bool ZAlembicObject::getPolyMeshData(ZVectorArray* points, ZVectorArray* velocit
             int xs = sample;
             if (xg.isGroup(0)) {
                 const Property vals = findPath(a, xg.group(0), {".xform", ".vals"});
-                if (vals.valid && vals.header.type != 0) {
-                    const TimeSampling& ts = vals.header.timeSampling < a.timeSamplings.size()
-                                                 ? a.timeSamplings[vals.header.timeSampling] : a.timeSamplings[0];
-                    xs = static_cast<int>(ts.nearIndex(time, std::max<std::uint32_t>(1, vals.header.next)));
-                }
+                if (vals.valid && vals.header.type != 0)
+                    xs = static_cast<int>(
+                        samplingOf(a, vals.header).nearIndex(time, std::max<std::uint32_t>(1, vals.header.next)));
             }
             if (!xformOps(a, xg, xs, ops, inherits)) continue;
             w = inherits ? mul(w, localMatrix(ops)) : localMatrix(ops);

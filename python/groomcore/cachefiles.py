@@ -216,7 +216,7 @@ class CacheDir:
         elif "NodeName" not in record:
             problems.append(FrameProblem(math.nan, "info: no NodeName key"))
         try:
-            n = self.static_follicles().numStrands()
+            n = self.strands()
             expected = record.get("StrandsCount")
             if expected is not None and expected.isdigit() and int(expected) != n:
                 problems.append(FrameProblem(math.nan, f"follicles: {n} strands, info says {expected}"))

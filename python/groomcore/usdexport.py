@@ -11,6 +11,7 @@ place when complete, so no half-written file ever stands under a final name.
 from __future__ import annotations
 
 import os
+import resource
 import shutil
 import time
 from collections.abc import Callable, Sequence
@@ -128,8 +129,6 @@ def export_frame(s: Settings, frame: int) -> dict[str, Any]:
     finally:
         shutil.rmtree(stage, ignore_errors=True)
         _remove_partial_if_empty(s)
-    import resource
-
     return {
         "frame": frame,
         "seconds": time.perf_counter() - t0,

@@ -85,23 +85,24 @@ def test_bad_usage_is_one_line_and_status_2(cache: Path) -> None:
         assert done.returncode == 2 and done.stderr.count("\n") == 1 and "Traceback" not in done.stderr, args
 
 
-def read_asset(asset: Path, path: str, times: list[float]) -> dict[float, dict[str, np.ndarray]]:
+def read_usd(prim: str, reads: list[tuple[Path, float]]) -> tuple[list[object], list[dict[str, np.ndarray]]]:
+    """With usd-core, in one process: each file's up axis and meters per unit, and the prim's
+    points, widths and extent at each (file, time)."""
     script = f"""
 import json, numpy as np
 from pxr import Usd, UsdGeom
-stage = Usd.Stage.Open({str(asset)!r})
-prim = stage.GetPrimAtPath({path!r})
-out = {{}}
-for t in {times!r}:
-    out[t] = {{name: np.asarray(prim.GetAttribute(name).Get(t), dtype=float).ravel().tolist()
-              for name in ("points", "widths", "extent") if prim.GetAttribute(name).HasValue()}}
-print(json.dumps({{"up": UsdGeom.GetStageUpAxis(stage), "mpu": UsdGeom.GetStageMetersPerUnit(stage),
-                  "values": out}}))
+out = []
+for path, t in {[(str(f), t) for f, t in reads]!r}:
+    stage = Usd.Stage.Open(path)
+    prim = stage.GetPrimAtPath({prim!r})
+    values = {{n: np.asarray(prim.GetAttribute(n).Get(t), dtype=float).ravel().tolist()
+               for n in ("points", "widths", "extent") if prim.GetAttribute(n).HasValue()}}
+    out.append([[UsdGeom.GetStageUpAxis(stage), UsdGeom.GetStageMetersPerUnit(stage)], values])
+print(json.dumps(out))
 """
     done = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True, check=True)
     data = json.loads(done.stdout)
-    assert data["up"] == "Y" and data["mpu"] == 0.01
-    return {float(t): {k: np.array(v) for k, v in d.items()} for t, d in data["values"].items()}
+    return [d[0] for d in data], [{k: np.array(v) for k, v in d[1].items()} for d in data]
 
 
 @pytest.mark.parametrize(("feathers", "prim"), [(False, "/hair"), (True, "/hair/contour")], ids=["curves", "feathers"])
@@ -109,43 +110,22 @@ def test_shot_asset_holds_every_frame_and_value_clips_between(
     cache: Path, tmp_path: Path, feathers: bool, prim: str
 ) -> None:
     base = tmp_path / "shot" / "hair"
-    done = run(
-        "export-usd",
-        cache,
-        "hair",
-        base,
-        "--frames",
-        FRAMES,
-        "--level",
-        "high",
-        "--quiet",
-        *(["--feathers"] if feathers else ["--normals"]),
-    )
+    extra = ["--feathers"] if feathers else ["--normals"]
+    done = run("export-usd", cache, "hair", base, "--frames", FRAMES, "--level", "high", "--quiet", *extra)
     assert done.returncode == 0, done.stderr
     frames = [float(f) for f in range(1001, 1007)]
-    shot = read_asset(Path(f"{base}.high.usda"), prim, [*frames, 1002.5])
-    for f in frames:
-        alone = read_asset_layer(Path(f"{base}.high_geom.{int(f)}.usd"), prim, f)
+    asset, attributes = Path(f"{base}.high.usda"), Path(f"{base}.high_geom.0000.usd")
+    reads = [(asset, t) for t in [*frames, 1002.5]] + [(Path(f"{base}.high_geom.{int(f)}.usd"), f) for f in frames]
+    meta, values = read_usd(prim, [*reads, (attributes, 0.0)])
+    assert meta[0] == ["Y", 0.01]
+    shot, alone, attr = dict(zip([*frames, 1002.5], values[:7], strict=True)), values[7:13], values[13]
+    for f, single in zip(frames, alone, strict=True):
         for name in ("points", "extent"):
-            assert np.array_equal(shot[f][name], alone[name]), (f, name)
-        attributes = read_asset_layer(Path(f"{base}.high_geom.0000.usd"), prim, f)
-        if "widths" in attributes:
-            assert np.array_equal(shot[f]["widths"], attributes["widths"])
+            assert np.array_equal(shot[f][name], single[name]), (f, name)
+        if "widths" in attr:
+            assert np.array_equal(shot[f]["widths"], attr["widths"])
     # Between two frames value clips interpolate the two clips' samples.
     assert np.allclose(shot[1002.5]["points"], (shot[1002.0]["points"] + shot[1003.0]["points"]) / 2, atol=1e-6)
-
-
-def read_asset_layer(layer: Path, prim: str, t: float) -> dict[str, np.ndarray]:
-    script = f"""
-import json, numpy as np
-from pxr import Usd
-stage = Usd.Stage.Open({str(layer)!r})
-p = stage.GetPrimAtPath({prim!r})
-print(json.dumps({{n: np.asarray(p.GetAttribute(n).Get({t}), dtype=float).ravel().tolist()
-                  for n in ("points", "widths", "extent") if p.GetAttribute(n).HasValue()}}))
-"""
-    done = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True, check=True)
-    return {k: np.array(v) for k, v in json.loads(done.stdout).items()}
 
 
 def test_workers_chunks_crashes_and_resume_give_the_serial_files(cache: Path, tmp_path: Path) -> None:
