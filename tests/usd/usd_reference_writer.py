@@ -15,7 +15,7 @@ import sys
 import numpy as np
 from pxr import Gf, Sdf, Usd, UsdGeom, Vt
 
-from usd_scenarios import read_inputs
+from usd_scenarios import read_inputs, read_ops, set_field
 
 _libm = ctypes.CDLL("libm.so.6")
 _libm.cosf.restype = ctypes.c_float
@@ -422,36 +422,22 @@ def vec2(pairs):
 
 
 def run(inputs, ops, base):
-    d = read_inputs(inputs)
-    x = Exporter(d, base)
+    x = Exporter(read_inputs(inputs), base)
     geom_calls = 0
-    for line in open(ops).read().splitlines():
-        w = line.split(" ", 2)
-        if not w or not w[0]:
-            continue
-        if w[0] == "set":
-            field, value = w[1], w[2] if len(w) > 2 else ""
-            if field in ("writeNormals", "perFrameFiles", "featherMode", "hasFrameRange"):
-                setattr(x, field, value == "1")
-            elif field in ("startTime", "endTime", "exportRatio"):
-                setattr(x, field, float(F(value)))
-            elif field == "bindingScheme":
-                x.bindingScheme = int(value)
-            else:
-                setattr(x, field, value)
-        elif w[0] == "move":
-            dx = np.array([F(v) for v in line.split()[1:4]], dtype=F)
-            x.cvs += dx
-            x.axs[:, 0] += dx
-            x.box += dx
-        elif w[0] == "attr":
-            x.write_attribute(w[1] == "1")
-        elif w[0] == "geom":
-            t, high, sub = line.split()[1:4]
+    for op in read_ops(ops):
+        if op[0] == "set":
+            set_field(x, op[1], op[2])
+        elif op[0] == "move":
+            x.cvs += op[1]
+            x.axs[:, 0] += op[1]
+            x.box += op[1]
+        elif op[0] == "attr":
+            x.write_attribute(op[1])
+        elif op[0] == "geom":
             if x.featherMode:
                 x.load_placed(geom_calls)
             geom_calls += 1
-            x.write_geometry(F(t), high == "1", sub == "1")
+            x.write_geometry(*op[1:])
 
 
 if __name__ == "__main__":

@@ -39,6 +39,36 @@ def read_inputs(path):
     return out
 
 
+def read_ops(path):
+    """The calls of an ops file, parsed: ("set", field, value), ("move", dx), ("attr", high),
+    ("geom", time, high, subFrame)."""
+    for line in open(path).read().splitlines():
+        w = line.split(" ", 2)
+        if not w or not w[0]:
+            continue
+        if w[0] == "set":
+            yield "set", w[1], w[2] if len(w) > 2 else ""
+        elif w[0] == "move":
+            yield "move", np.array([F(v) for v in line.split()[1:4]], dtype=F)
+        elif w[0] == "attr":
+            yield "attr", w[1] == "1"
+        elif w[0] == "geom":
+            t, high, sub = line.split()[1:4]
+            yield "geom", F(t), high == "1", sub == "1"
+
+
+def set_field(x, field, value):
+    """A `set` call on an exporter, its value taken as the field's type."""
+    if field in ("writeNormals", "perFrameFiles", "featherMode", "hasFrameRange"):
+        setattr(x, field, value == "1")
+    elif field in ("startTime", "endTime", "exportRatio"):
+        setattr(x, field, float(F(value)))
+    elif field == "bindingScheme":
+        x.bindingScheme = int(value)
+    else:
+        setattr(x, field, value)
+
+
 def groom(n, seed=1, cv_counts=(5, 3, 8, 2)):
     """n strands rising from a grid with a sideways sweep, distinct widths and UVs; the
     feather kind of strand i is i % 3 (so a third of them name a feather that may not exist)."""
