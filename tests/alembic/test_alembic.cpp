@@ -6,8 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
-#include <iterator>
 #include <cstdlib>
 #include <random>
 
@@ -353,12 +351,13 @@ TEST(AlembicFromDccs, ShapesFaceSetsInstancesAndHeaders) {
 
     // Rebinding to an object that is no polygon mesh leaves its outputs empty (this read an
     // empty body inside the parallel loop before); so do strands on a missing triangle.
-    ZAlembicObject subd;
-    for (int i = 0; i < a.topObject().numChildren(); ++i) {
-        ZAlembicObject o;
-        a.topObject().getChild(i, o);
-        if (o.name() == "BodySubD") subd = o;
-    }
+    auto topLevel = [&](const char* name) {
+        ZAlembicObject found, o;
+        for (int i = 0; a.topObject().getChild(i, o); ++i)
+            if (o.name() == name) found = o;
+        return found;
+    };
+    const ZAlembicObject subd = topLevel("BodySubD");
     ASSERT_EQ(subd.schema(), "AbcGeom_SubD_v1");
     ZFollicles f;
     f.tgl = {0, 5};
@@ -381,21 +380,14 @@ TEST(AlembicFromDccs, ShapesFaceSetsInstancesAndHeaders) {
 
     // A source walk reads a mesh with face sets whole.
     ZSource source;
-    ZAlembicObject faced;
-    for (int i = 0; i < a.topObject().numChildren(); ++i) {
-        ZAlembicObject o;
-        a.topObject().getChild(i, o);
-        if (o.name() == "characterXf") faced = o;
-    }
     std::vector<ZPolyMesh> meshes;
-    source.DFS(faced, {}, ZMatrix::identity(), meshes);
+    source.DFS(topLevel("characterXf"), {}, ZMatrix::identity(), meshes);
     ASSERT_EQ(meshes.size(), 1u);
     EXPECT_EQ(meshes[0].numVertices(), 6);
 
     // Files the real library refuses: not marked as fully written, another Ogawa version.
     testutil::TempDir tmp;
-    std::ifstream in(fixture("body.abc"), std::ios::binary);
-    std::vector<char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const std::vector<char> bytes = testutil::readBytes(fixture("body.abc"));
     ASSERT_GT(bytes.size(), 16u);
     for (auto [at, value] : {std::pair<int, char>{5, 0}, {6, 1}, {7, 2}}) {
         std::vector<char> damaged = bytes;
