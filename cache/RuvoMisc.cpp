@@ -1,8 +1,12 @@
 #include "cache/RuvoMisc.h"
 #include "base/ZParallelProfile.h"
 
+#include <omp.h>
+
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <memory>
 #include <fstream>
 #include <string>
 
@@ -58,48 +62,111 @@ bool findBodyMeshShapeNode(const ZString& abcPath, const ZString& bodyName, ZAle
 
 namespace {
 
-// Where each polygon of the fan walk starts in the connections and in the triangles. The
-// walk stops at a polygon with a negative count or one running past the `available`
-// connections (outside the contract: nothing beyond them is read). A short serial pass
-// over the counts, so that the triangles can then be written in parallel.
-struct FanLayout {
-    std::vector<size_t> offset;    // first connection of each polygon visited
-    std::vector<size_t> triangle;  // index of its first triangle
-    size_t triangles = 0;
+// 32-bit little-endian ints at any alignment: a ZIntArray's elements or an array lying in a
+// mapped Alembic file.
+struct IntSpan {
+    const unsigned char* bytes = nullptr;
+    size_t size = 0;
+    int operator[](size_t i) const {
+        int v;
+        std::memcpy(&v, bytes + 4 * i, sizeof v);
+        return v;
+    }
+};
+IntSpan span(const ZIntArray& a) { return {reinterpret_cast<const unsigned char*>(a.data()), a.size()}; }
+IntSpan span(const ZAlembicArrayView& v) { return {v.data, v.count}; }
+
+size_t fanTriangles(int m) { return m > 2 ? static_cast<size_t>(m - 2) : 0; }
+
+// The fan walk visits polygon after polygon and stops at one with a negative count or one
+// running past the `available` connections (outside the contract: nothing beyond them is
+// read). It is laid out in parallel: the polygons are cut into one block per thread, the
+// connections and triangles of each block are summed in parallel, and a serial pass over
+// the blocks (not the polygons) gives each its first connection and first triangle. Only a
+// block where the walk stops is walked alone, to find the polygon. Where each polygon's
+// triangles go depends on the counts alone, never on the blocks.
+struct FanWalk {
+    IntSpan counts;
+    std::vector<size_t> begin;              // first polygon of each block, and the end
+    std::vector<size_t> offset, triangle;   // first connection and first triangle of each block
+    size_t blocks = 0;                      // blocks the walk reaches
+    size_t polygons = 0, triangles = 0;     // polygons it visits, triangles they make
 };
 
-FanLayout fanLayout(const ZIntArray& counts, size_t available) {
-    FanLayout l;
-    l.offset.reserve(counts.size());
-    l.triangle.reserve(counts.size());
-    size_t offset = 0;
-    for (int m : counts) {
-        if (m < 0 || static_cast<size_t>(m) > available - std::min(offset, available)) break;
-        l.offset.push_back(offset);
-        l.triangle.push_back(l.triangles);
-        l.triangles += m > 2 ? static_cast<size_t>(m - 2) : 0;
-        offset += static_cast<size_t>(m);
+FanWalk fanWalk(IntSpan counts, size_t available) {
+    FanWalk w;
+    w.counts = counts;
+    const size_t n = std::max(1, omp_get_max_threads());
+    w.begin.resize(n + 1);
+    for (size_t b = 0; b <= n; ++b) w.begin[b] = counts.size / n * b + std::min(b, counts.size % n);
+    std::vector<size_t> connections(n), triangles(n);
+    std::vector<char> negative(n, 0);
+    {
+        const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
+        #pragma omp parallel for schedule(static)
+        for (long long b = 0; b < static_cast<long long>(n); ++b) {
+            size_t c = 0, t = 0;
+            for (size_t p = w.begin[b]; p < w.begin[b + 1]; ++p) {
+                const int m = counts[p];
+                if (m < 0) { negative[b] = 1; break; }
+                c += static_cast<size_t>(m);
+                t += fanTriangles(m);
+            }
+            connections[b] = c;
+            triangles[b] = t;
+        }
     }
-    return l;
+    w.offset.resize(n);
+    w.triangle.resize(n);
+    size_t o = 0, t = 0;
+    w.polygons = counts.size;
+    for (; w.blocks < n; ++w.blocks) {
+        const size_t b = w.blocks;
+        w.offset[b] = o;
+        w.triangle[b] = t;
+        if (negative[b] || connections[b] > available - o) {
+            size_t p = w.begin[b];
+            for (; p < w.begin[b + 1]; ++p) {
+                const int m = counts[p];
+                if (m < 0 || static_cast<size_t>(m) > available - o) break;
+                o += static_cast<size_t>(m);
+                t += fanTriangles(m);
+            }
+            w.polygons = p;
+            ++w.blocks;
+            break;
+        }
+        o += connections[b];
+        t += triangles[b];
+    }
+    w.triangles = t;
+    return w;
 }
 
-// fan(o, m, first) for every polygon of the layout, in parallel: o its first connection, m
-// its vertex count, first the index of its first triangle.
+// fan(o, m, first) for every polygon the walk visits, in parallel: o its first connection,
+// m its vertex count, first the index of its first triangle.
 template <typename F>
-void forEachFan(const FanLayout& l, const ZIntArray& counts, F&& fan) {
-    const long long polygons = static_cast<long long>(l.offset.size());
+void forEachFan(const FanWalk& w, F&& fan) {
     const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
     #pragma omp parallel for schedule(static)
-    for (long long p = 0; p < polygons; ++p)
-        fan(l.offset[static_cast<size_t>(p)], counts[static_cast<size_t>(p)], l.triangle[static_cast<size_t>(p)]);
+    for (long long b = 0; b < static_cast<long long>(w.blocks); ++b) {
+        size_t o = w.offset[b], t = w.triangle[b];
+        const size_t end = std::min(w.begin[b + 1], w.polygons);
+        for (size_t p = w.begin[b]; p < end; ++p) {
+            const int m = w.counts[p];
+            fan(o, m, t);
+            o += static_cast<size_t>(m);
+            t += fanTriangles(m);
+        }
+    }
 }
 
 } // namespace
 
 ZInt3Array getv012(const ZIntArray& counts, const ZIntArray& connections) {
-    const FanLayout l = fanLayout(counts, connections.size());
-    ZInt3Array out(l.triangles);
-    forEachFan(l, counts, [&](size_t o, int m, size_t first) {
+    const FanWalk w = fanWalk(span(counts), connections.size());
+    ZInt3Array out(w.triangles);
+    forEachFan(w, [&](size_t o, int m, size_t first) {
         for (int j = 0; j + 2 < m; ++j)
             out[first + j] = ZTuple<3, int>(connections[o], connections[o + 1 + j], connections[o + 2 + j]);
     });
@@ -111,9 +178,9 @@ ZVectorArray getuvs(const ZIntArray& counts, const ZFloatArray& uvs, const ZIntA
         const size_t k = 2 * static_cast<size_t>(u);
         return u >= 0 && k + 1 < uvs.size() ? ZVector(uvs[k], uvs[k + 1], 0.f) : ZVector(0.f, 0.f, 0.f);
     };
-    const FanLayout l = fanLayout(counts, uvIndices.size());
-    ZVectorArray out(3 * l.triangles);
-    forEachFan(l, counts, [&](size_t o, int m, size_t first) {
+    const FanWalk w = fanWalk(span(counts), uvIndices.size());
+    ZVectorArray out(3 * w.triangles);
+    forEachFan(w, [&](size_t o, int m, size_t first) {
         for (int j = 0; j + 2 < m; ++j) {
             ZVector* t = &out[3 * (first + j)];
             t[0] = uv(uvIndices[o]);
@@ -130,43 +197,48 @@ void setRefIdxAndInvRotAndCurves(double frame, const ZAlembicObject& object, con
         refIdx->clear();
         invRot->clear();
     };
-    // Only what the binding uses: points, faces and the world matrix. No polygon mesh,
-    // nothing to bind to.
-    ZVectorArray points;
-    ZIntArray counts, connections;
+    // Only what the binding uses: points, faces and the world matrix, read where they lie
+    // in the file. No polygon mesh, nothing to bind to.
+    ZAlembicArrayView pointsView, countsView, connectionsView;
     ZMatrix matrix;
-    if (!object.getPolyMeshData(&points, nullptr, &counts, &connections, nullptr, &matrix, nullptr, nullptr,
-                                static_cast<int>(frame + 0.5)))
+    if (!object.getPolyMeshViews(&pointsView, &countsView, &connectionsView, &matrix, static_cast<int>(frame + 0.5)))
         return refuse();
-    // The body's triangles and world-space points. The fan of a reversed polygon (v0, vm-1,
-    // ..., v1) is (v0, vm-1-j, vm-2-j): written straight from the file's order, each polygon
-    // on its own, in parallel, with what ReverseConnections then getv012 would give.
-    // Surface coordinates play no part in the binding.
-    ZTriMesh bodyMesh;
-    bodyMesh.points = std::move(points);
-    const FanLayout fan = fanLayout(counts, connections.size());
-    bodyMesh.v012.resize(fan.triangles);
-    forEachFan(fan, counts, [&](size_t o, int m, size_t first) {
-        for (int j = 0; j + 2 < m; ++j)
-            bodyMesh.v012[first + j] = ZTuple<3, int>(connections[o], connections[o + static_cast<size_t>(m - 1 - j)],
-                                                      connections[o + static_cast<size_t>(m - 2 - j)]);
+    // The body's triangles and world-space points, in buffers first touched by the threads
+    // that fill them. The fan of a reversed polygon (v0, vm-1, ..., v1) is (v0, vm-1-j,
+    // vm-2-j): written straight from the file's order, what ReverseConnections then getv012
+    // would give. Surface coordinates play no part in the binding.
+    const IntSpan connections = span(connectionsView);
+    const FanWalk fan = fanWalk(span(countsView), connections.size);
+    const size_t triangles = fan.triangles, vertices = pointsView.count;
+    const std::unique_ptr<int[]> v012(new int[3 * triangles]);
+    forEachFan(fan, [&](size_t o, int m, size_t first) {
+        for (int j = 0; j + 2 < m; ++j) {
+            int* t = &v012[3 * (first + static_cast<size_t>(j))];
+            t[0] = connections[o];
+            t[1] = connections[o + static_cast<size_t>(m - 1 - j)];
+            t[2] = connections[o + static_cast<size_t>(m - 2 - j)];
+        }
     });
-    bodyMesh.transform(matrix, true);
+    auto corner = [&](int t, int k) { return v012[3 * static_cast<size_t>(t) + static_cast<size_t>(k)]; };
+    // A body point in world space, transformed where a strand needs it.
+    auto point = [&](int v) {
+        ZVector p;
+        std::memcpy(&p, pointsView.data + sizeof p * static_cast<size_t>(v), sizeof p);
+        return matrix.transformPoint(p);
+    };
 
     const int n = curves->numCurves();
     // Strands on triangles the body does not have, or triangles naming missing points,
     // leave the outputs empty rather than read outside the body.
     bool bound = n >= 1 && follicles.tgl.length() >= n && follicles.axs.length() >= n;
     if (bound) {
-        const int triangles = bodyMesh.numTriangles(), vertices = bodyMesh.numVertices();
         int bad = 0;
         const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
         #pragma omp parallel for schedule(static) reduction(+ : bad)
         for (int i = 0; i < n; ++i) {
             const int t = follicles.tgl[i];
-            if (t < 0 || t >= triangles) { ++bad; continue; }
-            const ZTuple<3, int>& c = bodyMesh.v012[t];
-            bad += c[0] < 0 || c[1] < 0 || c[2] < 0 || c[0] >= vertices || c[1] >= vertices || c[2] >= vertices;
+            if (t < 0 || static_cast<size_t>(t) >= triangles) { ++bad; continue; }
+            for (int k = 0; k < 3; ++k) bad += corner(t, k) < 0 || static_cast<size_t>(corner(t, k)) >= vertices;
         }
         bound = bad == 0;
     }
@@ -179,10 +251,8 @@ void setRefIdxAndInvRotAndCurves(double frame, const ZAlembicObject& object, con
         const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
         #pragma omp parallel for schedule(static)
         for (int i = 0; i < n; ++i) {
-            const ZTuple<3, int>& tri = bodyMesh.v012[follicles.tgl[i]];
-            const ZVector& A = bodyMesh.points[tri[0]];
-            const ZVector& B = bodyMesh.points[tri[1]];
-            const ZVector& C = bodyMesh.points[tri[2]];
+            const int tri[3] = {corner(follicles.tgl[i], 0), corner(follicles.tgl[i], 1), corner(follicles.tgl[i], 2)};
+            const ZVector A = point(tri[0]), B = point(tri[1]), C = point(tri[2]);
             const ZVector o = follicles.axs[i].origin;
             const float dA = (A - o).squaredLength(), dB = (B - o).squaredLength(), dC = (C - o).squaredLength();
             int pick;

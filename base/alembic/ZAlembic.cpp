@@ -646,6 +646,40 @@ bool plainStack(const std::vector<Op>& ops) {
     return true;
 }
 
+// The world matrix of a mesh: the product of the transforms above it (`ancestors`, from the
+// top down), each taken at the time of this mesh sample of `P` (its nearest sample there), as
+// time-based reads do: transforms and geometry may be sampled differently.
+ZMatrix meshWorldMatrix(const Archive& a, const std::vector<std::uint64_t>& ancestors, const Property& P, int sample) {
+    const std::uint32_t meshSamples = P.valid ? std::max<std::uint32_t>(1, P.header.next) : 1;
+    const std::uint32_t index = sample < 0 ? 0u : std::min<std::uint32_t>(std::uint32_t(sample), meshSamples - 1);
+    const double time = samplingOf(a, P.header).time(index);
+    M4 w = identity4();
+    std::vector<Op> ops;
+    bool inherits;
+    for (std::uint64_t pos : ancestors) {
+        const ogawa::Group xg = objectGroup(a, pos);
+        int xs = sample;
+        if (xg.isGroup(0)) {
+            const Property vals = findPath(a, xg.group(0), {".xform", ".vals"});
+            if (vals.valid && vals.header.type != 0)
+                xs = static_cast<int>(samplingOf(a, vals.header).nearIndex(time, std::max<std::uint32_t>(1, vals.header.next)));
+        }
+        if (!xformOps(a, xg, xs, ops, inherits)) continue;
+        w = inherits ? mul(w, localMatrix(ops)) : localMatrix(ops);
+    }
+    ZMatrix out;
+    for (int i = 0; i < 16; ++i) out.data[i] = static_cast<float>(w[static_cast<size_t>(i)]);
+    return out;
+}
+
+// The geometry compound (.geom) of a PolyMesh object.
+ogawa::Group meshGeometry(const Archive& a, std::uint64_t group) {
+    const ogawa::Group g = objectGroup(a, group);
+    const ogawa::Group props = g.isGroup(0) ? g.group(0) : ogawa::Group();
+    const Property geom = findProperty(a, props, ".geom");
+    return geom.valid && geom.header.type == 0 ? geom.group : ogawa::Group();
+}
+
 } // namespace
 
 bool ZAlembicObject::getTransformations(ZVector& translate, ZVector& rotateDegrees, ZVector& scale, int sample) const {
@@ -676,10 +710,7 @@ bool ZAlembicObject::getPolyMeshData(ZVectorArray* points, ZVectorArray* velocit
                                      ZIntArray* uvIndices, int sample) const {
     if (!_archive || schema() != "AbcGeom_PolyMesh_v1") return false;
     const Archive& a = *_archive;
-    const ogawa::Group g = objectGroup(a, _group);
-    const ogawa::Group props = g.isGroup(0) ? g.group(0) : ogawa::Group();
-    const Property geom = findProperty(a, props, ".geom");
-    const ogawa::Group gg = geom.valid && geom.header.type == 0 ? geom.group : ogawa::Group();
+    const ogawa::Group gg = meshGeometry(a, _group);
     const Property P = findProperty(a, gg, "P");
     if (points && !readArray(P, sample, kF32, 3, *points)) points->clear();
     if (velocities && !readArray(findProperty(a, gg, ".velocities"), sample, kF32, 3, *velocities)) velocities->clear();
@@ -725,29 +756,27 @@ bool ZAlembicObject::getPolyMeshData(ZVectorArray* points, ZVectorArray* velocit
             indices.clear();
         }
     }
-    if (worldMatrix) {
-        // Each transform above is taken at the time of this mesh sample (its nearest sample
-        // there), as time-based reads do: transforms and geometry may be sampled differently.
-        const std::uint32_t meshSamples = P.valid ? std::max<std::uint32_t>(1, P.header.next) : 1;
-        const std::uint32_t index = sample < 0 ? 0u : std::min<std::uint32_t>(std::uint32_t(sample), meshSamples - 1);
-        const double time = samplingOf(a, P.header).time(index);
-        M4 w = identity4();
-        std::vector<Op> ops;
-        bool inherits;
-        for (std::uint64_t pos : _ancestors) {
-            const ogawa::Group xg = objectGroup(a, pos);
-            int xs = sample;
-            if (xg.isGroup(0)) {
-                const Property vals = findPath(a, xg.group(0), {".xform", ".vals"});
-                if (vals.valid && vals.header.type != 0)
-                    xs = static_cast<int>(
-                        samplingOf(a, vals.header).nearIndex(time, std::max<std::uint32_t>(1, vals.header.next)));
-            }
-            if (!xformOps(a, xg, xs, ops, inherits)) continue;
-            w = inherits ? mul(w, localMatrix(ops)) : localMatrix(ops);
-        }
-        for (int i = 0; i < 16; ++i) worldMatrix->data[i] = static_cast<float>(w[static_cast<size_t>(i)]);
-    }
+    if (worldMatrix) *worldMatrix = meshWorldMatrix(a, _ancestors, P, sample);
+    return true;
+}
+
+bool ZAlembicObject::getPolyMeshViews(ZAlembicArrayView* points, ZAlembicArrayView* counts,
+                                      ZAlembicArrayView* connections, ZMatrix* worldMatrix, int sample) const {
+    if (!_archive || schema() != "AbcGeom_PolyMesh_v1") return false;
+    const Archive& a = *_archive;
+    const ogawa::Group gg = meshGeometry(a, _group);
+    const Property P = findProperty(a, gg, "P");
+    auto view = [&](ZAlembicArrayView* out, const Property& p, int pod, int extent) {
+        if (!out) return;
+        const std::uint8_t* v = nullptr;
+        std::uint64_t count = 0;
+        *out = arrayValues(p, sample, pod, extent, v, count) ? ZAlembicArrayView{v, static_cast<size_t>(count)}
+                                                              : ZAlembicArrayView{};
+    };
+    view(points, P, kF32, 3);
+    view(counts, findProperty(a, gg, ".faceCounts"), kI32, 1);
+    view(connections, findProperty(a, gg, ".faceIndices"), kI32, 1);
+    if (worldMatrix) *worldMatrix = meshWorldMatrix(a, _ancestors, P, sample);
     return true;
 }
 

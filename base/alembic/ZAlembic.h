@@ -28,6 +28,14 @@ struct Archive;
 } // namespace alembic
 
 class ZAlembicObject;
+
+// One array sample as it lies in the mapped file, not copied: `count` elements at `data`,
+// little-endian and not aligned (read each with memcpy). Valid as long as any object of
+// its archive exists.
+struct ZAlembicArrayView {
+    const unsigned char* data = nullptr;
+    size_t count = 0;
+};
 class ZAlembicObjectArray;
 void GetAllDescendantObjects(const ZAlembicObject& object, ZAlembicObjectArray& objects, bool leavesOnly);
 
@@ -67,6 +75,15 @@ public:
     bool getPolyMeshData(ZVectorArray* points, ZVectorArray* velocities, ZIntArray* counts, ZIntArray* connections,
                          ZBoundingBox* box, ZMatrix* worldMatrix, ZFloatArray* uvs, ZIntArray* uvIndices,
                          int sample) const;
+
+    // The positions (three floats each), face vertex counts and face indices of a PolyMesh
+    // at `sample` as views into the file, and its world matrix as getPolyMeshData gives it:
+    // for readers of large bodies that touch each value once, in parallel, rather than
+    // copy it on the calling thread first. Any pointer may be null; an absent or mistyped
+    // array is an empty view. False, with the outputs untouched, for an object that is not
+    // a polygon mesh.
+    bool getPolyMeshViews(ZAlembicArrayView* points, ZAlembicArrayView* counts, ZAlembicArrayView* connections,
+                          ZMatrix* worldMatrix, int sample) const;
 
     // The schema named in the object's metadata ("AbcGeom_PolyMesh_v1", ...); empty if none.
     ZString schema() const;

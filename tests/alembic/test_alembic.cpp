@@ -149,6 +149,27 @@ TEST(AlembicReader, DamagedFilesAreSurvivedWithinTheirSize) {
     std::cout << runs << " damaged archives read; worst peak " << worst << " bytes\n";
 }
 
+// The fan walk is laid out in blocks, one per thread; where it stops (a negative count, a
+// polygon running past the connections) must not depend on which block that falls in.
+TEST(AlembicHelpers, FanWalkStopsAtTheSamePolygonAtAnyThreadCount) {
+    std::mt19937 rng(7);
+    for (int run = 0; run < 200; ++run) {
+        ZIntArray counts(rng() % 40), conn(rng() % 120);
+        for (int& m : counts) m = static_cast<int>(rng() % 7) - (rng() % 25 == 0 ? 7 : 0);
+        for (size_t i = 0; i < conn.size(); ++i) conn[i] = static_cast<int>(i);
+        ZInt3Array expected;  // the plain serial walk
+        size_t at = 0;
+        for (int m : counts) {
+            if (m < 0 || static_cast<size_t>(m) > conn.size() - at) break;
+            for (int j = 0; j + 2 < m; ++j) expected.push_back(ZTuple<3, int>(conn[at], conn[at + 1 + j], conn[at + 2 + j]));
+            at += static_cast<size_t>(m);
+        }
+        for (int threads : {1, 2, 3, 5, 16})
+            ASSERT_EQ(testutil::withThreads(threads, [&] { return getv012(counts, conn); }), expected)
+                << "run " << run << ", " << threads << " threads";
+    }
+}
+
 TEST(AlembicHelpers, FansReversalAndDeterminant) {
     // counts 3, 4, 2, 5: a triangle, a quad, a two-vertex polygon, a pentagon.
     const ZIntArray counts{3, 4, 2, 5};

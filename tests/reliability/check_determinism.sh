@@ -3,9 +3,10 @@
 # to one processor and spread over all of them (taskset), and requires every file each run
 # writes to be the same, bit for bit. The cache's info record keeps machine facts (a time
 # stamp among them), which are left out: everything else in it must match too.
-#   check_determinism.sh DETERMINISM_RUN
+#   check_determinism.sh DETERMINISM_RUN BODY_ABC
 set -euo pipefail
 RUN="$1"
+BODY="$2"
 WORK="$(mktemp -d)"
 trap 'rm -rf "$WORK"' EXIT
 all="0-$(($(nproc) - 1))"
@@ -14,7 +15,7 @@ i=0
 for cfg in "${configs[@]}"; do
   set -- $cfg
   mkdir -p "$WORK/$i"
-  OMP_NUM_THREADS="$1" taskset -c "$2" "$RUN" "$WORK/$i" >/dev/null
+  OMP_NUM_THREADS="$1" taskset -c "$2" "$RUN" "$WORK/$i" "$BODY" >/dev/null
   # Machine facts out of the info record.
   grep -v '"System' "$WORK/$i/hair/info" > "$WORK/$i/hair/info.stable" && rm "$WORK/$i/hair/info"
   i=$((i + 1))

@@ -1,5 +1,5 @@
 // One groom through every stage that runs in parallel, writing everything it produces:
-//   determinism_run OUT_DIR
+//   determinism_run OUT_DIR BODY_ABC
 // All ten modifiers (evaluate and deform), feather placement, rebinding to a body, a cache
 // bake of two frames and a USD export of curves and feathers. check_determinism.sh runs it
 // at several thread counts and processor sets and requires every file to be the same.
@@ -36,7 +36,7 @@ void dump(const std::string& path, const ZArray<T>& a) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) return 2;
+    if (argc != 3) return 2;
     const std::string out = argv[1];
     examples::AnimatedGroom shot(4001, 12);
     ZFollicles& f = shot.follicles;
@@ -116,6 +116,20 @@ int main(int argc, char** argv) {
         placed.insert(placed.end(), one.begin(), one.end());
     }
     dump(out + "/feathers.placed", placed);
+
+    // Every strand bound to one of the body's 18 triangles.
+    ZAlembicObject body;
+    if (!findBodyMeshShapeNode(argv[2], "BodyShape", &body)) return 1;
+    ZFollicles bound = f;
+    for (int i = 0; i < bound.numStrands(); ++i) bound.tgl[i] = i % 18;
+    ZCurves rebound = c;
+    ZIntArray refIdx;
+    ZMatrixArray invRot;
+    setRefIdxAndInvRotAndCurves(1.0, body, bound, &rebound, &refIdx, &invRot);
+    if (refIdx.length() != bound.numStrands()) return 1;
+    dump(out + "/rebound.cvs", rebound.cvs);
+    dump(out + "/rebound.refIdx", refIdx);
+    dump(out + "/rebound.invRot", invRot);
 
     // The cache: two frames of the shot as posed; the info record's machine lines differ
     // between machines and runs and are left out of the comparison by the script.
