@@ -12,6 +12,7 @@
 #include "cache/RuvoMisc.h"
 #include "feathers/ZSource.h"
 #include "support/AllocationMeter.h"
+#include "support/ReadWholeArchive.h"
 #include "support/TestUtil.h"
 
 using namespace Ulmex;
@@ -24,29 +25,6 @@ std::string fixture(const char* name) {
 }
 
 bool near(const ZVector& a, const ZVector& b, float tol = 1e-5f) { return (a - b).length() <= tol; }
-
-// Everything a host can ask of a file, so that a damaged one is read all the way through.
-size_t readEverything(const std::string& path) {
-    ZAlembicArchive a;
-    if (!a.open(path.c_str())) return 0;
-    ZAlembicObjectArray all;
-    GetAllDescendantObjects(a.topObject(), all, false);
-    size_t values = 0;
-    for (int i = 0; i < all.length(); ++i) {
-        ZVector t, r, s;
-        ZVectorArray P, V;
-        ZIntArray C, I, UVI;
-        ZBoundingBox B;
-        ZMatrix W;
-        ZFloatArray UV;
-        for (int sample : {0, 1, 5}) {
-            all[i].getTransformations(t, r, s, sample);
-            if (all[i].getPolyMeshData(&P, &V, &C, &I, &B, &W, &UV, &UVI, sample))
-                values += P.size() + C.size() + I.size() + UV.size();
-        }
-    }
-    return values + static_cast<size_t>(all.length());
-}
 
 } // namespace
 
@@ -108,7 +86,7 @@ TEST(AlembicReader, DamagedFilesAreSurvivedWithinTheirSize) {
     testutil::TempDir tmp;
     const std::vector<char> good = testutil::readBytes(fixture("scene.abc"));
     ASSERT_GT(good.size(), 1000u);
-    const size_t intact = readEverything(fixture("scene.abc"));
+    const size_t intact = testutil::readWholeArchive(fixture("scene.abc"));
     ASSERT_GT(intact, 100u);
     const std::string path = tmp.file("bad.abc");
     size_t worst = 0;
@@ -116,7 +94,7 @@ TEST(AlembicReader, DamagedFilesAreSurvivedWithinTheirSize) {
     auto check = [&](const std::vector<char>& bytes, const std::string& what) {
         testutil::writeBytes(path, bytes);
         testutil::AllocationMeter meter;
-        readEverything(path);
+        testutil::readWholeArchive(path);
         const size_t peak = meter.peakAbove();
         EXPECT_LE(peak, 4 * bytes.size() + 64 * 1024) << what;
         worst = std::max(worst, peak);

@@ -261,20 +261,6 @@ TEST(ZSimplexNoise, HugeAndNonFiniteCoordinatesGiveZero) {
     (void)n.pureValue(1e7f, -1e7f, 3e6f, nullptr, nullptr, nullptr);
 }
 
-TEST(ZSimplexNoise, SameValuesFromManyThreads) {
-    const ZSimplexNoise n(9);
-    const int count = 100000;
-    std::vector<float> serial(count), parallel(count);
-    for (int i = 0; i < count; ++i) serial[i] = n.pureValue(i * 0.013f, i * 0.007f, -i * 0.011f, nullptr, nullptr, nullptr);
-    testutil::withThreads(4, [&] {
-        #pragma omp parallel for schedule(dynamic, 97)
-        for (int i = 0; i < count; ++i)
-            parallel[i] = n.pureValue(i * 0.013f, i * 0.007f, -i * 0.011f, nullptr, nullptr, nullptr);
-        return 0;
-    });
-    EXPECT_EQ(serial, parallel);
-}
-
 TEST(FileSystem, ExistCreateAndSystemInfo) {
     testutil::TempDir dir;
     const std::string sub = dir.file("cache");

@@ -20,6 +20,7 @@
 #include "feathers/ZFeather.h"
 #include "strands/ZFollicles.h"
 #include "support/AllocationMeter.h"
+#include "support/ReadWholeArchive.h"
 
 using namespace Ulmex;
 
@@ -220,29 +221,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     });
 #elif GROOMCORE_FUZZ_TARGET == 7  // the Alembic reader
     const std::string path = put("archive.abc", data, size);
-    bounded(size, [&] {
-        ZAlembicArchive a;
-        if (!a.open(path.c_str())) return;
-        ZAlembicObjectArray all;
-        GetAllDescendantObjects(a.topObject(), all, false);
-        for (int i = 0; i < all.length(); ++i) {
-            ZVector t, r, s;
-            ZVectorArray P, V;
-            ZIntArray C, I, UVI;
-            ZBoundingBox B;
-            ZMatrix W;
-            ZFloatArray UV;
-            (void)all[i].numSamples();
-            for (int sample : {0, 1, 7}) {
-                all[i].getTransformations(t, r, s, sample);
-                if (all[i].getPolyMeshData(&P, &V, &C, &I, &B, &W, &UV, &UVI, sample)) {
-                    (void)getv012(C, I);
-                    (void)getuvs(C, UV, UVI);
-                    ReverseConnections(C, I);
-                }
-            }
-        }
-    });
+    bounded(size, [&] { testutil::readWholeArchive(path); });
 #else
 #error "GROOMCORE_FUZZ_TARGET names no target"
 #endif

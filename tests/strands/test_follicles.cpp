@@ -181,40 +181,6 @@ TEST(RandomSetters, OneDrawPerUidSharedByAllFourAttributes) {
     }
 }
 
-TEST(FollicleLoops, ResultsDoNotDependOnTheThreadCount) {
-    // Large enough that the static split gives every thread work.
-    const int n = 10007;
-    ZTriMesh mesh;
-    ZAxisArray frames;
-    quad(mesh, frames);
-    ZFollicles base;
-    base.reset();
-    ZCurves curves;
-    for (int i = 0; i < n; ++i) {
-        base.uid.push_back(i * 7919);
-        base.tgl.push_back(i % 2);
-        const float a = ZRandomUnit(static_cast<uint32_t>(i)), b = ZRandomUnit(static_cast<uint32_t>(i + n));
-        base.bcc.push_back(ZTuple<3, float>(a * 0.5f, b * 0.5f, 1.f - a * 0.5f - b * 0.5f));
-        const ZVector cv[] = {ZVector(a, b, 0), ZVector(a + b, b - a, 1)};
-        curves.push(cv, 2);
-    }
-    auto run = [&] {
-        ZFollicles f = base;
-        f.axs.setLength(n, true);
-        f.rxy.setLength(n, true);
-        f.twh.setLength(n, true);
-        f.updateAxes(mesh, frames, true);
-        f.calcRxy(curves, true);
-        f.setTipWidth(0.5f, 2.f, true);
-        return f;
-    };
-    const ZFollicles one = testutil::withThreads(1, run);
-    const ZFollicles four = testutil::withThreads(4, run);
-    EXPECT_EQ(one.axs, four.axs);
-    EXPECT_EQ(one.rxy, four.rxy);
-    EXPECT_EQ(one.twh, four.twh);
-}
-
 TEST(RootGetters, SizeZeroAndCopyWithoutStaleEntries) {
     ZFollicles f = fixtures::makeFollicles(3);
     f.axs[1].zAxis = ZVector(0, 1, 0);
