@@ -3,13 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <random>
 
 #include "cache/CacheFixtures.h"
 #include "cache/RuvoMisc.h"
 #include "cache/ZCacheData.h"
 #include "cache/ZCacheData2.h"
-#include "support/AllocationMeter.h"
+#include "support/Damage.h"
 
 using namespace Ulmex;
 namespace fs = std::filesystem;
@@ -188,8 +187,7 @@ TEST(CacheReaders, DamagedCacheDirectoriesAreSurvived) {
     auto readAll = [&](const std::string& what) {
         size_t bytes = 0;
         for (const auto& n : names) bytes += fs::file_size(dir + "/" + n);
-        testutil::AllocationMeter meter;
-        {
+        worst = std::max(worst, testutil::expectBoundedPeak(bytes, what, [&] {
             RuvoCacheInfo info = sentinel();
             readInfoData(dir, &info);
             ZCacheData d;
@@ -201,36 +199,21 @@ TEST(CacheReaders, DamagedCacheDirectoriesAreSurvived) {
                 // Whatever was accepted must be safe to use.
                 for (int i = 0; i < curves.numCurves(); ++i) curves.position(i, 0.5f);
             }
-        }
-        const size_t peak = meter.peakAbove();
-        EXPECT_LE(peak, 4 * bytes + 64 * 1024) << what;
-        worst = std::max(worst, peak);
+        }));
         ++runs;
     };
     auto restore = [&] {
         for (const auto& n : names) testutil::writeBytes(dir + "/" + n, good[n]);
     };
 
-    std::mt19937 rng(20261122);
+    // Each file cut short (every byte of the small ones, a spread otherwise), with bytes
+    // changed at random, and replaced by noise.
     for (const auto& n : names) {
-        const std::vector<char>& bytes = good[n];
-        // Cut short everywhere (every byte for the small files, a spread otherwise).
-        const size_t step = std::max<size_t>(1, bytes.size() / 97);
-        for (size_t cut = 0; cut < bytes.size(); cut += step) {
-            testutil::writeBytes(dir + "/" + n, std::vector<char>(bytes.begin(), bytes.begin() + cut));
-            readAll(n + " cut at " + std::to_string(cut));
-        }
-        // Random bytes flipped, and whole files of random bytes.
-        for (int k = 0; k < 40; ++k) {
-            std::vector<char> bad = bytes;
-            for (int flips = 0; flips < 1 + k % 5; ++flips) bad[rng() % bad.size()] = static_cast<char>(rng());
-            testutil::writeBytes(dir + "/" + n, bad);
-            readAll(n + " flipped");
-            std::vector<char> noise(rng() % (2 * bytes.size() + 1));
-            for (char& b : noise) b = static_cast<char>(rng());
-            testutil::writeBytes(dir + "/" + n, noise);
-            readAll(n + " noise");
-        }
+        testutil::forEachDamaged(good[n], {std::max<size_t>(1, good[n].size() / 97), 40, 40, 2 * good[n].size()},
+                                 [&](const std::vector<char>& bytes, const std::string& what) {
+                                     testutil::writeBytes(dir + "/" + n, bytes);
+                                     readAll(n + " " + what);
+                                 });
         restore();
     }
     // Files swapped between frames and kinds, and a directory of empty files.
