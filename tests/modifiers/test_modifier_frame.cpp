@@ -1,14 +1,11 @@
-// What every modifier shares: map registration, change detection, randomness, masks,
-// image lookup and independence from the thread count.
+// What every modifier shares: map registration, change detection, randomness, masks and
+// image lookup.
 #include <gtest/gtest.h>
-
-#include <omp.h>
 
 #include <cmath>
 #include <functional>
 
 #include "ModifierFixtures.h"
-#include "modifiers/ZDirectionModifier.h"
 #include "modifiers/ZModifierFrame.h"
 #include "modifiers/ZOffsetModifier.h"
 #include "modifiers/ZScaleModifier.h"
@@ -42,25 +39,13 @@ struct Map {
 };
 
 void setScale(ZScaleModifier& m, const char* expr, const char* mask = "") {
-    m.scale = 2.f;
-    m.seed = 0.f;
-    m.rand = 0.f;
-    m.freq = 1.f;
-    m.expr = expr;
+    m.scale = 2.f; m.seed = 0.f; m.rand = 0.f; m.freq = 1.f; m.expr = expr;
     m.maskExpr = mask;
 }
 
 void setWidth(ZWidthModifier& m, const char* tip, const char* root) {
-    m.tWidth = 1.f;
-    m.tSeed = 1.f;
-    m.tRand = 0.f;
-    m.tFreq = 1.f;
-    m.tExpr = tip;
-    m.rWidth = 2.f;
-    m.rSeed = 0.f;
-    m.rRand = 0.f;
-    m.rFreq = 1.f;
-    m.rExpr = root;
+    m.tWidth = 1.f; m.tSeed = 1.f; m.tRand = 0.f; m.tFreq = 1.f; m.tExpr = tip;
+    m.rWidth = 2.f; m.rSeed = 0.f; m.rRand = 0.f; m.rFreq = 1.f; m.rExpr = root;
 }
 
 } // namespace
@@ -268,40 +253,5 @@ TEST(ImageMaps, NearestSampleWithVFromTheBottomAndEdgesClamped) {
     for (int i = 0; i < 4; ++i) {
         const float s = sample(img, g.f.uvw[i].x, g.f.uvw[i].y);
         EXPECT_EQ(m.scales[i], static_cast<float>(s * 100.0 + s)) << i;
-    }
-}
-
-TEST(ParallelStructure, ResultsDoNotDependOnTheThreadCountOrTheChunking) {
-    const int P = omp_get_num_procs();
-    for (int n : {1, P, P * 3, P * 3 + 1, 1001}) {
-        auto run = [n] {
-            auto g = straightGroom(n, 6);
-            ZWidthModifier w;
-            setWidth(w, "znoise(4, x, y, z) + id * 0.5", "u * v + seed");
-            ZScaleModifier s;
-            setScale(s, "0.5 + 0.5 * znoise(3, x, y, z)", "0.25");
-            ZDirectionModifier d;
-            d.pitch = 30.f;
-            d.yaw = 20.f;
-            d.pitchSeed = 2.f;
-            d.yawSeed = 3.f;
-            d.pitchRand = d.yawRand = 0.f;
-            d.pitchFreq = d.yawFreq = 1.f;
-            d.pitchExpr = "pitch * znoise(2, x, y, z)";
-            d.yawExpr = "yaw + id % 7";
-            d.maskExpr = "0.1";
-            w.apply(g.f, g.c, g.c);
-            s.apply(g.f, g.c, g.c);
-            d.apply(g.f, g.c, g.c);
-            return g;
-        };
-        const auto one = testutil::withThreads(1, run);
-        const auto four = testutil::withThreads(4, run);
-        EXPECT_EQ(one.f.twh, four.f.twh) << n;
-        EXPECT_EQ(one.f.rwh, four.f.rwh) << n;
-        EXPECT_EQ(one.c.cvs, four.c.cvs) << n;
-        // Every strand got a value: no chunk was left out.
-        for (int i = 0; i < n; ++i)
-            EXPECT_EQ(one.f.rwh[i], static_cast<float>(double(one.f.uvw[i].x) * double(one.f.uvw[i].y))) << i;
     }
 }

@@ -287,39 +287,6 @@ TEST(Frizz, StaysInItsCubeAndDependsOnTheCVIndexOnly) {
     EXPECT_EQ(still.c.cvs, sb.cvs);
 }
 
-TEST(ShapingModifiers, ResultsDoNotDependOnTheThreadCount) {
-    auto run = [] {
-        auto g = straightGroom(997, 9);
-        for (int i = 0; i < 997; ++i) {
-            g.f.rxy[i] = ZTuple<2, float>(std::cos(0.01f * i), std::sin(0.01f * i));
-            g.f.ln0[i] = 1.f + 0.001f * i;
-        }
-        g.f.maxLn0 = 2.f;
-        bindAll(g, 0);
-        const ZCurves guides = g.c;
-        ZBendModifier b;
-        setBend(b, 30.f, 1.f, 0.2f, 0.9f, true);
-        b.bendExpr = "bend * znoise(3, x, y, z)";
-        ZClumpModifier c;
-        setClump(c, 0.7f, 1.2f, 1, true);
-        c.strayRatioExpr = "0.3";
-        c.strayAmountExpr = "0.5";
-        ZKinkModifier k;
-        setKink(k, 1.f, 0.1f, 0.02f, 0.2f, 0.2f);
-        ZFrizzModifier f;
-        setFrizz(f, 0.1f, 0.05f, 0.01f);
-        f.maskExpr = "0.2";
-        b.apply(g.f, g.c, g.c);
-        c.apply(g.f, g.c, guides);
-        k.apply(g.f, g.c, g.c);
-        f.apply(g.f, g.c, g.c);
-        return g.c;
-    };
-    const ZCurves one = testutil::withThreads(1, run);
-    const ZCurves four = testutil::withThreads(4, run);
-    EXPECT_EQ(one.cvs, four.cvs);
-}
-
 TEST(Bend, TipLandsWhereThePivotAnglesDtTwoDtAndOnPutIt) {
     // Six CVs up z with unit spacing, lean axis x: pivots 1 to 5 get t = dt, 2 dt, ...
     // (dt = 0.2) and, with rate 1, the angles bend * t (bend * (1 - t) when not tip
