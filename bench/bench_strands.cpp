@@ -127,15 +127,16 @@ void BM_ExpressionHandWritten(benchmark::State& state) {
 } // namespace
 
 BENCHMARK(BM_CopyFloor)->Args({100000, 1})->Unit(benchmark::kMicrosecond);
-// {strands, threads}: 100k and 1M strands, threads from GROOMCORE_BENCH_THREADS (1 and 2).
+// {strands, threads}: threads from GROOMCORE_BENCH_THREADS (1 and 2 by default).
+template <int... Strands>
 void strandsThreads(benchmark::internal::Benchmark* b) {
-    for (int n : {100000, 1000000})
+    for (int n : {Strands...})
         for (int t : bench::threadCounts()) b->Args({n, t});
     b->Unit(benchmark::kMicrosecond)->UseRealTime();
 }
-BENCHMARK(BM_UpdateAxes)->Apply(strandsThreads);
-BENCHMARK(BM_CalcRxy)->Apply(strandsThreads);
-BENCHMARK(BM_SetTipWidth)->Args({100000, 1})->Args({100000, 2})->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_UpdateAxes)->Apply(strandsThreads<100000, 1000000>);
+BENCHMARK(BM_CalcRxy)->Apply(strandsThreads<100000, 1000000>);
+BENCHMARK(BM_SetTipWidth)->Apply(strandsThreads<100000>);
 BENCHMARK(BM_ExpressionKSeExpr)->Args({100000, 1})->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ExpressionHandWritten)->Args({100000, 1})->Unit(benchmark::kMillisecond);
 

@@ -174,11 +174,9 @@ void zeroedInParallel(Ulmex::ZArray<T>& a, int n) {
 template <typename F>
 void forEachStrand(int n, F&& fn) {
     if (n <= 0) return;
-    {
-        const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
-        #pragma omp parallel for schedule(static)
-        for (int i = 0; i < n; ++i) fn(i);
-    }
+    const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
+    #pragma omp parallel for schedule(static)
+    for (int i = 0; i < n; ++i) fn(i);
 }
 
 } // namespace ZModifierFrame
