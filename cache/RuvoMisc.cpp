@@ -4,6 +4,7 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
 #include <memory>
@@ -207,11 +208,18 @@ void setRefIdxAndInvRotAndCurves(double frame, const ZAlembicObject& object, con
     // that fill them. The fan of a reversed polygon (v0, vm-1, ..., v1) is (v0, vm-1-j,
     // vm-2-j): written straight from the file's order, what ReverseConnections then getv012
     // would give. Surface coordinates play no part in the binding.
+    // A body with a triangle naming a missing point is refused whole, so that the strands'
+    // triangle numbers are then the only thing left to check.
     const IntSpan connections = span(connectionsView);
     const FanWalk fan = fanWalk(span(countsView), connections.size);
     const size_t triangles = fan.triangles, vertices = pointsView.count;
     const std::unique_ptr<int[]> v012(new int[3 * triangles]);
+    std::atomic<bool> missingPoint{false};
     forEachFan(fan, [&](size_t o, int m, size_t first) {
+        for (int k = 0; k < m && m >= 3; ++k) {
+            const int v = connections[o + static_cast<size_t>(k)];
+            if (v < 0 || static_cast<size_t>(v) >= vertices) missingPoint.store(true, std::memory_order_relaxed);
+        }
         for (int j = 0; j + 2 < m; ++j) {
             int* t = &v012[3 * (first + static_cast<size_t>(j))];
             t[0] = connections[o];
@@ -219,6 +227,7 @@ void setRefIdxAndInvRotAndCurves(double frame, const ZAlembicObject& object, con
             t[2] = connections[o + static_cast<size_t>(m - 2 - j)];
         }
     });
+    if (missingPoint.load()) return refuse();
     auto corner = [&](int t, int k) { return v012[3 * static_cast<size_t>(t) + static_cast<size_t>(k)]; };
     // A body point in world space, transformed where a strand needs it.
     auto point = [&](int v) {
@@ -228,8 +237,8 @@ void setRefIdxAndInvRotAndCurves(double frame, const ZAlembicObject& object, con
     };
 
     const int n = curves->numCurves();
-    // Strands on triangles the body does not have, or triangles naming missing points,
-    // leave the outputs empty rather than read outside the body.
+    // Strands on triangles the body does not have leave the outputs empty rather than read
+    // outside the body.
     bool bound = n >= 1 && follicles.tgl.length() >= n && follicles.axs.length() >= n;
     if (bound) {
         int bad = 0;
@@ -237,8 +246,7 @@ void setRefIdxAndInvRotAndCurves(double frame, const ZAlembicObject& object, con
         #pragma omp parallel for schedule(static) reduction(+ : bad)
         for (int i = 0; i < n; ++i) {
             const int t = follicles.tgl[i];
-            if (t < 0 || static_cast<size_t>(t) >= triangles) { ++bad; continue; }
-            for (int k = 0; k < 3; ++k) bad += corner(t, k) < 0 || static_cast<size_t>(corner(t, k)) >= vertices;
+            bad += t < 0 || static_cast<size_t>(t) >= triangles;
         }
         bound = bad == 0;
     }

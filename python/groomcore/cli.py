@@ -142,6 +142,10 @@ def _settings(args: argparse.Namespace) -> Any:
 
     if not 0 < args.ratio <= 1:
         raise UsageError(f"--ratio {args.ratio}: must lie in (0, 1]")
+    if not (math.isfinite(args.meters_per_unit) and args.meters_per_unit > 0):
+        raise UsageError(f"--meters-per-unit {args.meters_per_unit}: must be a positive number")
+    if getattr(args, "workers", 0) < 0:
+        raise UsageError(f"--workers {args.workers}: must be 0 (this process) or more")
     out_base = Path(args.out_base).absolute()
     out_dir = out_base.parent
     try:

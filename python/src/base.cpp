@@ -2,6 +2,7 @@
 // noise and nearest-point search.
 #include <nanobind/stl/pair.h>
 #include <nanobind/stl/tuple.h>
+#include <nanobind/stl/vector.h>
 
 #include <sstream>
 

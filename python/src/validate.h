@@ -22,14 +22,18 @@ void checkLength(const A& array, size_t n, const char* what, const char* name) {
                           std::to_string(n) + " expected");
 }
 
+// Every index check speaks alike: "vConnects[2] = 3 is outside 0..2".
+inline void checkIndexValue(int64_t v, size_t limit, const char* what, const std::string& element) {
+    if (v < 0 || v >= static_cast<int64_t>(limit))
+        invalid(what, element + " = " + std::to_string(v) + " is outside 0.." +
+                          std::to_string(static_cast<int64_t>(limit) - 1));
+}
+
 template <typename A>
 void checkIndices(const A& indices, size_t limit, const char* what, const char* name) {
-    for (size_t i = 0; i < indices.size(); ++i) {
-        const int64_t v = static_cast<int64_t>(indices[i]);
-        if (v < 0 || v >= static_cast<int64_t>(limit))
-            invalid(what, std::string(name) + "[" + std::to_string(i) + "] = " + std::to_string(v) + " is outside 0.." +
-                              std::to_string(static_cast<int64_t>(limit) - 1));
-    }
+    for (size_t i = 0; i < indices.size(); ++i)
+        if (static_cast<int64_t>(indices[i]) < 0 || static_cast<int64_t>(indices[i]) >= static_cast<int64_t>(limit))
+            checkIndexValue(indices[i], limit, what, std::string(name) + "[" + std::to_string(i) + "]");
 }
 
 // Every strand has at least one CV and lies inside cvs.
@@ -55,8 +59,8 @@ inline void checkTriMesh(const Ulmex::ZTriMesh& t, const char* what) {
     for (size_t i = 0; i < t.v012.size(); ++i)
         for (int k = 0; k < 3; ++k)
             if (t.v012[i][k] < 0 || size_t(t.v012[i][k]) >= t.points.size())
-                invalid(what, "triangle " + std::to_string(i) + " names point " + std::to_string(t.v012[i][k]) +
-                                  " of " + std::to_string(t.points.size()));
+                checkIndexValue(t.v012[i][k], t.points.size(), what,
+                                "v012[" + std::to_string(i) + "][" + std::to_string(k) + "]");
 }
 
 inline void checkPolyMesh(const Ulmex::ZPolyMesh& p, const char* what) {

@@ -77,7 +77,10 @@ def main(argv: list[str]) -> int:
         text = docs[key].replace("\\", "\\\\").replace('"', '\\"')
         out.append(f'    {{"{key}", "{text}"}},')
     out.append("};")
-    Path(argv[1]).write_text("\n".join(out) + "\n")
+    # Its folder may not exist yet: Ninja makes an output's folder, Make does not.
+    target = Path(argv[1])
+    target.parent.mkdir(parents=True, exist_ok=True)
+    target.write_text("\n".join(out) + "\n")
     return 0
 
 

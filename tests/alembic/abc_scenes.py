@@ -12,11 +12,15 @@ lonely.abc: a single mesh as the first top-level object.
 dcc.abc: what DCCs write: nested instances (as Maya and Houdini instance geometry), a
 mesh with face sets (Maya, Blender), a single matrix op (Blender, Houdini, Gaffer, 3ds
 Max), a Maya pivot stack, transforms sampled twice per frame above a mesh sampled once
-(Blender), a transform that does not inherit, and a subdivision surface named like a body.
+(Blender), a transform that does not inherit, a matrix op at gimbal lock, a mesh sampled at
+half frames under a transform sampled on whole frames, and a subdivision surface named like
+a body.
 wide.abc: 10,000 sibling transforms under the first top-level object, one with a mesh.
+archive_version_1.abc: body.abc with an archive version no release of Alembic writes.
 """
 import math
 import os
+import struct
 import sys
 
 import imath
@@ -235,10 +239,26 @@ def write_dcc(path):
     sample.setInheritsXforms(False)
     alone.getSchema().set(sample)
     keep.append(mesh(alone, "worldShape", tsi, [tri], [3], [0, 2, 1]))
+    # A matrix op at gimbal lock, Ry(90) Rx(30): the x and z rotations share an axis.
+    locked = AbcGeom.XformSample()
+    locked.addOp(op(RY, 90))
+    locked.addOp(op(RX, 30))
+    gimbal = AbcGeom.OXform(top, "gimbalXf", tsi)
+    sample = AbcGeom.XformSample()
+    sample.setMatrix(locked.getMatrix())
+    gimbal.getSchema().set(sample)
+    keep.append(mesh(gimbal, "gimbalShape", tsi, [tri], [3], [0, 2, 1]))
+    # A mesh sampled at half frames under a transform sampled on whole frames: a mesh sample
+    # half-way between two transform samples takes the earlier one. Times in whole seconds,
+    # so the two distances are exactly equal.
+    whole = archive.addTimeSampling(AbcCoreAbstract.TimeSampling(1.0, 0.0))
+    halves = archive.addTimeSampling(AbcCoreAbstract.TimeSampling(0.5, 0.0))
+    steps = xform(top, "stepXf", whole, [trs((k, 0, 0), (0, 0, 0), (1, 1, 1)) for k in range(3)])
+    keep.append(mesh(steps, "halfShape", halves, [tri, tri, tri], [3], [0, 2, 1]))
     # A subdivision surface named like a body: never a body for the rebinding.
     subd = AbcGeom.OSubD(top, "BodySubD", tsi)
     subd.getSchema().set(AbcGeom.OSubDSchemaSample(v3f(quads), ints([0, 3, 2, 1]), ints([4])))
-    keep += [src, group, outer, faced, matrix, pivot, sway, parent, alone, subd, top, archive]
+    keep += [src, group, outer, faced, matrix, pivot, sway, parent, alone, gimbal, steps, subd, top, archive]
     del keep
 
 
@@ -252,6 +272,18 @@ def write_wide(path, count=10000):
     del keep, wide, top, archive
 
 
+def write_archive_version(source, path, version):
+    """A copy of `source` whose archive version (the first data of the root group) is
+    `version`: the real library refuses any but the one it writes."""
+    data = bytearray(open(source, "rb").read())
+    u64 = lambda at: struct.unpack_from("<Q", data, at)[0]  # noqa: E731
+    root = u64(8)
+    first = u64(root + 8) & ~(1 << 63)  # child 0, a data block: its size, then its bytes
+    assert u64(first) == 4
+    struct.pack_into("<i", data, first + 8, version)
+    open(path, "wb").write(bytes(data))
+
+
 if __name__ == "__main__":
     out = sys.argv[1]
     os.makedirs(out, exist_ok=True)
@@ -261,3 +293,4 @@ if __name__ == "__main__":
     write_lonely(os.path.join(out, "lonely.abc"))
     write_dcc(os.path.join(out, "dcc.abc"))
     write_wide(os.path.join(out, "wide.abc"))
+    write_archive_version(os.path.join(out, "body.abc"), os.path.join(out, "archive_version_1.abc"), 1)

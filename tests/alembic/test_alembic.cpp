@@ -351,9 +351,14 @@ TEST(AlembicFromDccs, ShapesFaceSetsInstancesAndHeaders) {
     setRefIdxAndInvRotAndCurves(0.0, subd, f, &curves, &refIdx, &invRot);
     EXPECT_TRUE(refIdx.empty() && invRot.empty());
     EXPECT_EQ(curves, before);
-    setRefIdxAndInvRotAndCurves(0.0, body, f, &curves, &refIdx, &invRot);  // two triangles: tgl 5 is none
+    setRefIdxAndInvRotAndCurves(0.0, body, f, &curves, &refIdx, &invRot);  // two quads, four triangles
     EXPECT_TRUE(refIdx.empty() && invRot.empty());
-    f.tgl = {0, 1};
+    refIdx = {7};
+    f.tgl = {0, 4};  // one past the last triangle
+    setRefIdxAndInvRotAndCurves(0.0, body, f, &curves, &refIdx, &invRot);
+    EXPECT_TRUE(refIdx.empty() && invRot.empty());
+    EXPECT_EQ(curves, before);
+    f.tgl = {0, 3};  // the last triangle
     setRefIdxAndInvRotAndCurves(0.0, body, f, &curves, &refIdx, &invRot);
     EXPECT_EQ(refIdx.length(), 2);
 
@@ -364,7 +369,9 @@ TEST(AlembicFromDccs, ShapesFaceSetsInstancesAndHeaders) {
     ASSERT_EQ(meshes.size(), 1u);
     EXPECT_EQ(meshes[0].numVertices(), 6);
 
-    // Files the real library refuses: not marked as fully written, another Ogawa version.
+    // Files the real library refuses: an archive version it never wrote, not marked as fully
+    // written, another Ogawa version.
+    EXPECT_FALSE(a.open(fixture("archive_version_1.abc").c_str()));
     testutil::TempDir tmp;
     const std::vector<char> bytes = testutil::readBytes(fixture("body.abc"));
     ASSERT_GT(bytes.size(), 16u);

@@ -50,15 +50,6 @@ def test_inconsistent_arrays_are_refused_before_the_library_indexes_them() -> No
     with pytest.raises(ValueError, match="1 curves for 2 strands|axs has 0"):
         scale.deform(f, c, c)
 
-    mesh = gc.ZPolyMesh()
-    mesh.points, mesh.vCounts, mesh.vConnects = (
-        np.zeros((3, 3), np.float32),
-        np.array([3], np.int32),
-        np.array([0, 1, 7], np.int32),
-    )
-    with pytest.raises(ValueError, match=r"vConnects\[2\] = 7 is outside 0..2"):
-        mesh.convertTo(gc.ZTriMesh())
-
     image = gc.ZImageMap()
     with pytest.raises(TypeError, match="float32"):
         image.pixels = np.zeros((4, 4), np.float64)
@@ -67,6 +58,98 @@ def test_inconsistent_arrays_are_refused_before_the_library_indexes_them() -> No
         cache.follicles = c  # type: ignore[assignment]
     with pytest.raises(TypeError, match="a sequence of ZFeather"):
         cache.feathers = [gc.ZSource()]  # type: ignore[list-item]
+
+
+def test_an_index_equal_to_the_count_is_refused_everywhere_indices_are_checked() -> None:
+    # One past the end is the slip a bound check makes; each array checked by index is held
+    # to 0..n-1 with n its count.
+    mesh = gc.ZPolyMesh()
+    mesh.points, mesh.vCounts, mesh.vConnects = (
+        np.zeros((3, 3), np.float32),
+        np.array([3], np.int32),
+        np.array([0, 1, 3], np.int32),
+    )
+    with pytest.raises(ValueError, match=r"vConnects\[2\] = 3 is outside 0..2"):
+        mesh.convertTo(gc.ZTriMesh())
+    mesh.vConnects = np.array([0, 1, 2], np.int32)
+    mesh.uvs, mesh.uvIndices = np.zeros((2, 2), np.float32), np.array([0, 1, 2], np.int32)
+    with pytest.raises(ValueError, match=r"uvIndices\[2\] = 2 is outside 0..1"):
+        mesh.convertTo(gc.ZTriMesh())
+    mesh.uvIndices = np.array([0, 1, 1], np.int32)
+    mesh.convertTo(gc.ZTriMesh())
+
+    tri = gc.ZTriMesh()
+    tri.points, tri.v012 = np.zeros((3, 3), np.float32), np.array([[0, 1, 3]], np.int32)
+    with pytest.raises(ValueError, match=r"v012\[0\]\[2\] = 3 is outside 0..2"):
+        tri.write("unused")
+
+    c = gc.ZCurves()
+    c.push(np.zeros((2, 3), np.float32))
+    c.push(np.zeros((2, 3), np.float32))
+    with pytest.raises(IndexError, match="index 2 outside 0..1"):
+        c.lineLength(2)
+    c.start = np.array([0, 3], np.int32)  # the last strand ends one CV past the 4
+    with pytest.raises(ValueError, match="strand 1 .* lies outside the 4 CVs"):
+        c.lineLength(0)
+
+    sets = gc.ZIntSetArray()
+    sets.counts, sets.starts, sets.values = (
+        np.array([1, 2], np.int32),
+        np.array([0, 2], np.int32),
+        np.arange(3, dtype=np.int32),
+    )
+    with pytest.raises(ValueError, match="set 1 lies outside the 3 values"):
+        sets.set(0)
+    sets.starts = np.array([0, 1], np.int32)
+    assert sets.set(1) == [1, 2]
+    with pytest.raises(IndexError, match="index 2 outside 0..1"):
+        sets.set(2)
+
+
+@pytest.mark.parametrize(
+    ("field", "given"),
+    [("cvs", np.arange(9, dtype=np.int32).reshape(3, 3)), ("numCVs", np.ones(3, np.float32))],
+    ids=["int32-as-float32", "float32-as-int32"],
+)
+def test_an_array_of_the_same_width_and_another_kind_is_never_taken_bit_for_bit(field: str, given: np.ndarray) -> None:
+    c = gc.ZCurves()
+    try:
+        setattr(c, field, given)
+    except TypeError:
+        return  # refused
+    assert np.array_equal(getattr(c, field), given), "converted by value, not reinterpreted"
+
+
+def test_a_pointer_field_set_back_to_none_is_none_for_the_next_call(tmp_path: Path) -> None:
+    f, c = gc.ZFollicles(), gc.ZCurves()
+    c.push(np.array([[0, 0, 0], [0, 1, 0]], np.float32))
+    f.tgl, f.rtp, f.uvw = np.zeros(1, np.int32), np.zeros(1, np.int32), np.zeros((1, 3), np.float32)
+    f.twh, f.rwh, f.axs = np.ones(1, np.float32), np.ones(1, np.float32), np.zeros((1, 4, 3), np.float32)
+
+    # The cache: per-strand transforms and folds given for one frame and not the next.
+    cache = gc.ZCacheData2()
+    cache.nodeName, cache.follicles, cache.curves, cache.boundingBox = "hair", f, c, c.boundingBox(False, False)
+    (tmp_path / "hair").mkdir()
+    cache.scales, cache.rotations, cache.folds = (
+        np.ones((1, 3), np.float32),
+        np.zeros((1, 3), np.float32),
+        np.zeros(1, np.float32),
+    )
+    assert cache.bakePerFrameData(str(tmp_path), 1)
+    cache.scales = cache.rotations = cache.folds = None
+    assert cache.scales is None and cache.folds is None
+    assert cache.bakePerFrameData(str(tmp_path), 2)
+    written = sorted(p.name for p in (tmp_path / "hair").iterdir())
+    assert written == ["bbox_p1", "bbox_p2", "curves_p1", "curves_p2", "folds_p1", "xforms_p1"]
+
+    # The exporter: the strands it points at, then none.
+    x = gc.ZCurvesToUSD()
+    x.name, x.basePath, x.follicles, x.curves, x.boundingBox = "hair", str(tmp_path / "hair"), f, c, cache.boundingBox
+    x.writeGeometryToUSD(1, True, False)
+    x.follicles = None
+    assert x.follicles is None
+    with pytest.raises(ValueError, match="follicles, curves and boundingBox must be set"):
+        x.writeGeometryToUSD(2, True, False)
 
 
 def test_missing_and_unwritable_files(tmp_path: Path) -> None:

@@ -80,6 +80,13 @@ def test_bad_usage_is_one_line_and_status_2(cache: Path) -> None:
         ["export-usd", cache, "hair", "x"],
         ["check", cache, "hair", "--frames", "abc"],
         ["frobnicate"],
+        # values outside their range
+        ["export-usd", cache, "hair", "x", "--frames", "1001-1002", "--ratio", "0"],
+        ["export-usd", cache, "hair", "x", "--frames", "1001-1002", "--ratio", "1.5"],
+        ["export-usd", cache, "hair", "x", "--frames", "1001-1002", "--ratio", "nan"],
+        ["export-usd", cache, "hair", "x", "--frames", "1001-1002", "--meters-per-unit", "0"],
+        ["export-usd", cache, "hair", "x", "--frames", "1001-1002", "--workers", "-3"],
+        ["assemble", cache, "hair", "x", "--frames", "1001-1002", "--ratio", "-1"],
     ):
         done = run(*args)
         assert done.returncode == 2 and done.stderr.count("\n") == 1 and "Traceback" not in done.stderr, args
@@ -156,6 +163,12 @@ def test_workers_chunks_crashes_and_resume_give_the_serial_files(cache: Path, tm
     assert not any("1004" in name for name in tree(tmp_path / "resumed"))
     done = run("export-usd", cache, "hair", tmp_path / "resumed" / "hair", *common, "--resume")
     assert done.returncode == 0 and "resuming: 3 frames already exported" in done.stdout
+    assert tree(tmp_path / "resumed") == expected
+
+    # A frame with one level's file gone is not finished: --resume exports it again.
+    (tmp_path / "resumed" / "hair.low_geom.1002.usd").unlink()
+    done = run("export-usd", cache, "hair", tmp_path / "resumed" / "hair", *common, "--resume")
+    assert done.returncode == 0 and "resuming: 5 frames already exported" in done.stdout
     assert tree(tmp_path / "resumed") == expected
 
 
