@@ -6,6 +6,7 @@
 #include <pxr/sdf/primSpec.h>
 #include <pxr/sdf/schema.h>
 #include <pxr/sdf/types.h>
+#include <pxr/tf/stringUtils.h>
 #include <pxr/vt/array.h>
 
 #include <algorithm>
@@ -231,7 +232,12 @@ ZString ZCurvesToUSD::removeNamespace(ZString& n) {
     return pieces.size() > 1 ? pieces[1] : n;
 }
 
+ZString ZCurvesToUSD::primName(const ZString& n) { return ZString(TfMakeValidIdentifier(n)); }
+
 namespace {
+
+// The prim a node or feather name gives, as a path token.
+TfToken primToken(const ZString& n) { return TfToken(ZCurvesToUSD::primName(n)); }
 
 // basePath.detail_kind[time]suffix, formatted into a string sized to the text, so that no
 // path length can overrun anything. The time, where the format has one, stands between
@@ -336,8 +342,8 @@ void ZCurvesToUSD::writeAttributeToUSD(bool h) {
 void ZCurvesToUSD::writeGeometryToCurve() {
     Author a(stage, When{!(perFrameFiles || hasFrameRange), double(time)});
     name = removeNamespace(name);
-    SdfPrimSpecHandle prim = a.definePrim(SdfPath::AbsoluteRootPath().AppendChild(TfToken(name)), "BasisCurves");
-    a.setDefaultPrim(name);
+    SdfPrimSpecHandle prim = a.definePrim(SdfPath::AbsoluteRootPath().AppendChild(primToken(name)), "BasisCurves");
+    a.setDefaultPrim(primName(name));
 
     const ZCurves& c = *curves;
     const int n = c.numCurves(), s = curveStep(high, n, exportRatio), m = n / s;
@@ -370,8 +376,8 @@ void ZCurvesToUSD::writeGeometryToCurve() {
 void ZCurvesToUSD::writeAttributeToCurve() {
     Author a(stage, When{true, 0.0});
     name = removeNamespace(name);
-    SdfPrimSpecHandle prim = a.definePrim(SdfPath::AbsoluteRootPath().AppendChild(TfToken(name)), "BasisCurves");
-    a.setDefaultPrim(name);
+    SdfPrimSpecHandle prim = a.definePrim(SdfPath::AbsoluteRootPath().AppendChild(primToken(name)), "BasisCurves");
+    a.setDefaultPrim(primName(name));
 
     const ZCurves& c = *curves;
     const int n = c.numCurves(), s = curveStep(high, n, exportRatio), m = n / s;
@@ -416,9 +422,9 @@ void ZCurvesToUSD::writeAttributeToCurve() {
 void ZCurvesToUSD::writeGeometryToFeather() {
     Author a(stage, When{!(perFrameFiles || hasFrameRange), double(time)});
     name = removeNamespace(name);
-    const SdfPath top = SdfPath::AbsoluteRootPath().AppendChild(TfToken(name));
+    const SdfPath top = SdfPath::AbsoluteRootPath().AppendChild(primToken(name));
     a.definePrim(top, "Xform");
-    a.setDefaultPrim(name);
+    a.setDefaultPrim(primName(name));
     if (feathers.empty()) return;
 
     const int n = follicles->numStrands();
@@ -433,7 +439,7 @@ void ZCurvesToUSD::writeGeometryToFeather() {
         if (!anyMesh) continue;
         // Every feather from the first with a mesh on gets its Mesh, empty if it has none.
         feather.name = removeNamespace(feather.name);
-        SdfPrimSpecHandle prim = a.definePrim(top.AppendChild(TfToken(feather.name)), "Mesh");
+        SdfPrimSpecHandle prim = a.definePrim(top.AppendChild(primToken(feather.name)), "Mesh");
         SdfAttributeSpecHandle extentAttr = a.attr(prim, "extent", SdfValueTypeNames->Float3Array);
         SdfAttributeSpecHandle pointsAttr = a.attr(prim, "points", SdfValueTypeNames->Point3fArray);
         const int s = featherMeshStep(high, n, exportRatio);
@@ -456,7 +462,7 @@ void ZCurvesToUSD::writeGeometryToFeather() {
     }
     if (!anyCurves) return;
 
-    SdfPrimSpecHandle prim = a.definePrim(top.AppendChild(TfToken(std::string(name) + "_combine_curves")), "BasisCurves");
+    SdfPrimSpecHandle prim = a.definePrim(top.AppendChild(TfToken(primName(name) + "_combine_curves")), "BasisCurves");
     SdfAttributeSpecHandle pointsAttr = a.attr(prim, "points", SdfValueTypeNames->Point3fArray);
     SdfAttributeSpecHandle extentAttr = a.attr(prim, "extent", SdfValueTypeNames->Float3Array);
     const int s = featherCurveStep(high, n, exportRatio);
@@ -482,9 +488,9 @@ void ZCurvesToUSD::writeGeometryToFeather() {
 void ZCurvesToUSD::writeAttributeToFeather() {
     Author a(stage, When{true, 0.0});
     name = removeNamespace(name);
-    const SdfPath top = SdfPath::AbsoluteRootPath().AppendChild(TfToken(name));
+    const SdfPath top = SdfPath::AbsoluteRootPath().AppendChild(primToken(name));
     a.definePrim(top, "Xform");
-    a.setDefaultPrim(name);
+    a.setDefaultPrim(primName(name));
     if (feathers.empty()) return;
 
     const int n = follicles->numStrands();
@@ -493,7 +499,7 @@ void ZCurvesToUSD::writeAttributeToFeather() {
         ZFeather& feather = *feathers[fi];
         if (hasMesh(feather)) {
             feather.name = removeNamespace(feather.name);
-            SdfPrimSpecHandle prim = a.definePrim(top.AppendChild(TfToken(feather.name)), "Mesh");
+            SdfPrimSpecHandle prim = a.definePrim(top.AppendChild(primToken(feather.name)), "Mesh");
             SdfAttributeSpecHandle stAttr = a.primvar(prim, "st", SdfValueTypeNames->Float2Array);
             Author::setInterpolation(stAttr, "faceVarying");
             SdfAttributeSpecHandle bodyST = a.primvar(prim, "bodyST", SdfValueTypeNames->Float2Array);
@@ -552,7 +558,7 @@ void ZCurvesToUSD::writeAttributeToFeather() {
         // feather that has curves would author the same values once more.
         if (!hasCurves(feather) || curvesDone) continue;
         curvesDone = true;
-        SdfPrimSpecHandle prim = a.definePrim(top.AppendChild(TfToken(std::string(name) + "_combine_curves")), "BasisCurves");
+        SdfPrimSpecHandle prim = a.definePrim(top.AppendChild(TfToken(primName(name) + "_combine_curves")), "BasisCurves");
         Author::setDefault(a.attr(prim, "basis", SdfValueTypeNames->Token, SdfVariabilityUniform), TfToken("catmullRom"));
         SdfAttributeSpecHandle counts = a.attr(prim, "curveVertexCounts", SdfValueTypeNames->IntArray);
         SdfAttributeSpecHandle widths = a.attr(prim, "widths", SdfValueTypeNames->FloatArray);

@@ -65,6 +65,13 @@ public:
     // "b", a name without a colon is returned as it is.
     Ulmex::ZString removeNamespace(Ulmex::ZString& name);
 
+    // The prim name a node or feather name is written under (after removeNamespace), made
+    // a valid USD identifier as USD's own exporters make one (TfMakeValidIdentifier): every
+    // character but an ASCII letter, digit or underscore, and a leading digit, becomes an
+    // underscore, and an empty name is "_". "fur.001" gives "fur_001", "my fur" "my_fur",
+    // "1fur" "_fur". Names that are valid already are kept as they are.
+    static Ulmex::ZString primName(const Ulmex::ZString& name);
+
     // The geometry half at `time`: with perFrameFiles into a cleared file of its own (a
     // fractional or subFrame time keeps two decimals in "high" file names), otherwise
     // into the shared file, as time samples with hasFrameRange or as the default value

@@ -234,3 +234,12 @@ def test_an_existing_cluster_gives_the_serial_files(cache: Path, tmp_path: Path)
         )
     assert done.returncode == 0, done.stderr[-2000:]
     assert tree(tmp_path / "cluster") == tree(tmp_path / "serial")
+
+
+def test_a_node_name_that_is_no_usd_identifier_exports_under_the_mapped_prim(cache: Path, tmp_path: Path) -> None:
+    shutil.copytree(cache / "hair", tmp_path / "fur.001")  # a DCC's name for a duplicate
+    base = tmp_path / "out" / "fur"
+    done = run("export-usd", tmp_path, "fur.001", base, "--frames", "1001-1002", "--level", "high", "--quiet")
+    assert done.returncode == 0, done.stderr[-2000:]
+    _, values = read_usd("/fur_001", [(Path(f"{base}.high.usda"), 1002.0)])
+    assert len(values[0]["points"]) == 3 * (300 * 8 + 2 * 300)  # every CV, the ends doubled

@@ -2,6 +2,8 @@
 // (the layer contents are compared with usd-core in check_usd_export.py).
 #include <gtest/gtest.h>
 
+#include <pxr/sdf/primSpec.h>
+
 #include <filesystem>
 
 #include "support/TestUtil.h"
@@ -66,4 +68,47 @@ TEST(UsdExport, PerFrameFileNames) {
     ASSERT_TRUE(x.stage);
     EXPECT_EQ(x.stage->GetStartTimeCode(), -2.5);
     EXPECT_EQ(x.stage->GetDefaultPrim(), "hair");
+}
+
+// Names a DCC gives that are no USD identifiers (a duplicate's "fur.001", spaces, a leading
+// digit, an empty namespace piece) are written under the identifier USD's own exporters
+// make of them, in curve and feather mode alike.
+TEST(UsdExport, NamesThatAreNoUsdIdentifiersAreMapped) {
+    for (const auto& [in, out] : std::vector<std::pair<const char*, const char*>>{
+             {"hair", "hair"}, {"fur.001", "fur_001"}, {"my fur", "my_fur"}, {"1fur", "_fur"}, {"ns:", "ns_"},
+             {"", "_"}, {"fur-\xc3\xa4", "fur___"}})
+        EXPECT_EQ(ZCurvesToUSD::primName(in), out) << in;
+
+    testutil::TempDir tmp;
+    ZFollicles f;
+    f.reset();
+    ZCurves c;
+    ZBoundingBox box(ZVector(0, 0, 0), ZVector(1, 1, 1));
+    ZFeather leaf;
+    leaf.name = "leaf.001";
+    leaf.mesh.points = {ZVector(0, 0, 0), ZVector(1, 0, 0), ZVector(0, 1, 0)};
+    leaf.mesh.v012 = {ZTuple<3, int>(0, 1, 2)};
+    int k = 0;
+    for (bool feathers : {false, true})
+        for (const char* name : {"fur.001", "my fur", "1fur", "ns:", "", "ns:fur.001"}) {
+            ZCurvesToUSD x;
+            x.name = name;
+            x.basePath = tmp.file("out" + std::to_string(k++));
+            x.follicles = &f;
+            x.curves = &c;
+            x.boundingBox = &box;
+            x.perFrameFiles = true;
+            x.featherMode = feathers;
+            x.feathers = {&leaf};
+            x.writeAttributeToUSD(true);
+            x.writeGeometryToUSD(1.f, true, false);
+            ZString stripped(name);
+            const std::string prim = "/" + ZCurvesToUSD::primName(x.removeNamespace(stripped));
+            ASSERT_TRUE(x.stage) << name;
+            EXPECT_EQ("/" + x.stage->GetDefaultPrim().GetString(), prim) << name;
+            EXPECT_TRUE(x.stage->GetPrimAtPath(pxr::SdfPath(prim))) << name;
+            if (feathers) {
+                EXPECT_TRUE(x.stage->GetPrimAtPath(pxr::SdfPath(prim + "/leaf_001"))) << name;
+            }
+        }
 }
