@@ -58,7 +58,8 @@ public:
     // "Error@ZArray::from(): Invalid input data." and leaves the array empty.
     void from(const ZArray<T>& source, const ZArray<char>& keep);
 
-    // The elements of `other` behind this array's own.
+    // The elements of `other` behind this array's own. Appending or filtering (from) an
+    // array into itself works as on a copy of it.
     void append(const ZArray<T>& other);
 
     // length * sizeof(T) in the given unit; an invalid unit prints
@@ -125,6 +126,11 @@ bool ZArray<T>::readExactly(std::ifstream& file, int n) {
 
 template <typename T>
 void ZArray<T>::from(const ZArray<T>& source, const ZArray<char>& keep) {
+    if (&source == this) {  // filtered into itself: as from a copy
+        const ZArray<T> copy(source);
+        from(copy, keep);
+        return;
+    }
     this->clear();
     if (source.empty()) return;
     if (source.size() != keep.size()) {
@@ -140,9 +146,13 @@ void ZArray<T>::from(const ZArray<T>& source, const ZArray<char>& keep) {
 
 template <typename T>
 void ZArray<T>::append(const ZArray<T>& other) {
-    const size_t old = this->size();
-    this->resize(old + other.size());
-    std::copy(other.begin(), other.end(), this->begin() + static_cast<std::ptrdiff_t>(old));
+    const size_t old = this->size(), extra = other.size();
+    // Resizing may move the elements: an array appended to itself copies them from their new
+    // place, which holds them unchanged in front of the new room.
+    const bool self = &other == this;
+    this->resize(old + extra);
+    const auto from = self ? this->cbegin() : other.begin();
+    std::copy(from, from + static_cast<std::ptrdiff_t>(extra), this->begin() + static_cast<std::ptrdiff_t>(old));
 }
 
 template <typename T>

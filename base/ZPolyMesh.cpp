@@ -15,6 +15,11 @@ void ZPolyMesh::reset() {
 }
 
 void ZPolyMesh::append(const ZPolyMesh& other, bool withAttributes) {
+    if (&other == this) {  // appended to itself: as a copy
+        const ZPolyMesh copy(other);
+        append(copy, withAttributes);
+        return;
+    }
     const int pointShift = points.length();
     const int uvShift = uvs.length();
     points.append(other.points);

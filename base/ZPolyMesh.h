@@ -27,7 +27,7 @@ public:
     // The polygons of `other` behind this mesh's own, its point indices shifted, the box
     // grown. With `withAttributes` the four attribute arrays are appended too (uv indices
     // shifted); without, this mesh's attribute arrays are dropped, since they would no
-    // longer match its points.
+    // longer match its points. `other` may be this mesh (taken as a copy).
     void append(const ZPolyMesh& other, bool withAttributes);
 
     // Applies m to the points (as points) and to the velocities and normals (as

@@ -59,6 +59,11 @@ public:
 
 template <typename T>
 void ZSetArray<T>::append(const ZSetArray& other) {
+    if (&other == this) {  // appended to itself: as a copy
+        const ZSetArray copy(other);
+        append(copy);
+        return;
+    }
     const int shift = values.length();
     const size_t old = starts.size();
     counts.append(other.counts);
@@ -69,6 +74,11 @@ void ZSetArray<T>::append(const ZSetArray& other) {
 
 template <typename T>
 void ZSetArray<T>::from(const ZSetArray& source, const ZCharArray& keep) {
+    if (&source == this) {  // filtered into itself: as from a copy
+        const ZSetArray copy(source);
+        from(copy, keep);
+        return;
+    }
     reset();
     if (source.counts.empty()) return;
     if (source.counts.size() != keep.size()) return;

@@ -98,6 +98,44 @@ bool writeSourcesFile(const std::vector<ZSource*>& sources, const ZString& file,
     return true;
 }
 
+void report(const char* what) { std::cout << "Error@ZCacheData::bakeStaticData(): " << what << std::endl; }
+
+// What a bake needs before it writes anything, so that a refused bake leaves nothing half
+// written: the strands (and for a frame their bounds), no null feather or source, and for
+// a frame curves that lie inside their CVs, one per strand, and per-strand transforms and
+// folds of one element per strand where they are written.
+bool acceptable(const ZCacheCommon::BakeInput& in, bool perFrame) {
+    bool present = in.follicles && in.curves && (!perFrame || in.boundingBox);
+    for (const ZFeather* f : *in.feathers) present = present && f;
+    if (in.sources)
+        for (const ZSource* s : *in.sources) present = present && s;
+    if (!present) {
+        report("No data.");
+        return false;
+    }
+    if (!perFrame) return true;
+    const ZCurves& c = *in.curves;
+    const size_t n = static_cast<size_t>(in.follicles->numStrands());
+    std::string wrong;
+    auto count = [&](const char* name, size_t size) {
+        if (wrong.empty() && size != n)
+            wrong = std::string(name) + " has " + std::to_string(size) + " elements for " + std::to_string(n) + " strands";
+    };
+    count("curves", c.numCVs.size());
+    count("curves' start", c.start.size());
+    if (in.scales && in.rotations) {
+        count("scales", in.scales->size());
+        count("rotations", in.rotations->size());
+    }
+    if (in.folds) count("folds", in.folds->size());
+    for (size_t i = 0; wrong.empty() && i < c.numCVs.size() && i < c.start.size(); ++i)
+        if (c.numCVs[i] < 0 || c.start[i] < 0 || size_t(c.start[i]) + size_t(c.numCVs[i]) > c.cvs.size())
+            wrong = "strand " + std::to_string(i) + " lies outside the curves' " + std::to_string(c.cvs.size()) + " CVs";
+    if (wrong.empty()) return true;
+    report(("Wrong data: " + wrong + ".").c_str());
+    return false;
+}
+
 } // namespace
 
 ZString ZCacheCommon::frameTag(float frame) {
@@ -105,10 +143,7 @@ ZString ZCacheCommon::frameTag(float frame) {
 }
 
 bool ZCacheCommon::bakeStatic(const BakeInput& in, const ZString& path) {
-    if (!in.follicles || !in.curves) {
-        std::cout << "Error@ZCacheData::bakeStaticData(): No data." << std::endl;
-        return false;
-    }
+    if (!acceptable(in, false)) return false;
     const int32_t featherCount = static_cast<int32_t>(in.feathers->size());
     const int32_t sourceCount = in.sources ? static_cast<int32_t>(in.sources->size()) : 0;
     const ZString dir = path + "/" + *in.nodeName;
@@ -128,6 +163,7 @@ bool ZCacheCommon::bakeStatic(const BakeInput& in, const ZString& path) {
 }
 
 bool ZCacheCommon::bakePerFrame(const BakeInput& in, const ZString& path, float frame) {
+    if (!acceptable(in, true)) return false;
     const ZString dir = path + "/" + *in.nodeName;
     const ZString tag = frameTag(frame);
     {

@@ -43,6 +43,9 @@ public:
     bool bakeStaticData(const Ulmex::ZString& path) const;
     // Writes one frame's files into the existing directory. follicles, curves and
     // boundingBox must be set; xforms_ needs both scales and rotations, folds_ needs folds.
+    // Refused before any file is written, with "No data." when a pointer (or a feather) is
+    // null, and with "Wrong data: ..." when the curves are not one per strand inside their
+    // CVs or the per-strand arrays it writes are not one element per strand.
     bool bakePerFrameData(const Ulmex::ZString& path, float frame) const;
 
     // Reads the full path of an `info` file into the head fields, after clearing them

@@ -40,9 +40,19 @@ public:
     // The one noise field of the process (seed 0), shared by every evaluator.
     static const Ulmex::ZSimplexNoise noise;
 
+    // Limits on the text, so that KSeExpr's recursive preparation and teardown stay within a
+    // small thread stack (256 KiB) on whatever thread prepares it: at most kMaxLength
+    // characters, and at most kMaxDepth for the nesting the text can give (each operator
+    // within one statement or argument counts 1, each bracket level 3, the cost of a call).
+    // A text beyond either is an invalid expression, never handed to KSeExpr.
+    static constexpr size_t kMaxLength = 65536;
+    static constexpr int kMaxDepth = 512;
+
     ZExpression();
     // The expression text. Variables may be written `$u` or `u`.
     explicit ZExpression(const std::string& expr);
+    // Replaces the text (KSeExpr's setExpr under the limits above).
+    void setExpr(const std::string& expr);
     ~ZExpression() override;
 
     ZExpression(const ZExpression&) = delete;
@@ -57,12 +67,19 @@ public:
     void setWantVec(bool wantVec);
 
     // The value, in every component. An empty, unparsable or unbindable expression
-    // (unknown variable or function, wrong argument count) evaluates to zero.
+    // (unknown variable or function, wrong argument count), or one too long or too deep,
+    // evaluates to zero.
     KSeExpr::Vec3d evaluate() const;
+    // Why the expression evaluates to zero: empty for an empty or valid expression, else
+    // one line such as "No variable named 'q' (at character 5)" or "Too deep: ...".
+    std::string message() const;
 
     // znoise(freq, x, y, z): the shared noise at (float(freq*x), float(freq*y), float(freq*z)).
     static double znoiseFuncHelper(double freq, double x, double y, double z);
 
 private:
     void init();
+    // Why a text is refused before KSeExpr sees it, or empty.
+    static std::string refusal(const std::string& text);
+    std::string _refused;
 };

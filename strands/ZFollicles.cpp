@@ -264,6 +264,11 @@ void ZFollicles::read(std::ifstream& file) {
 }
 
 void ZFollicles::from(const ZFollicles& source, const ZCharArray& keep) {
+    if (&source == this) {  // filtered into itself: as from a copy
+        const ZFollicles copy(source);
+        from(copy, keep);
+        return;
+    }
     forEachPlainPair(*this, source, [&keep](auto& d, const auto& s) { d.from(s, keep); });
     if (source.bdi.numSets() > 0) bdi.from(source.bdi, keep);
     if (source.bdw.numSets() > 0) bdw.from(source.bdw, keep);
@@ -274,6 +279,11 @@ void ZFollicles::from(const ZFollicles& source, const ZCharArray& keep) {
 }
 
 void ZFollicles::append(const ZFollicles& other, bool withBindings) {
+    if (&other == this) {  // appended to itself: as a copy
+        const ZFollicles copy(other);
+        append(copy, withBindings);
+        return;
+    }
     forEachPlainPair(*this, other, [](auto& d, const auto& s) { d.append(s); });
     if (withBindings) {
         bdi.append(other.bdi);

@@ -65,7 +65,8 @@ public:
     // One record of either kind, merged into this object (an empty record clears it).
     void read(std::ifstream& file);
 
-    // Becomes the strands of `source` whose keep byte is nonzero.
+    // Becomes the strands of `source` whose keep byte is nonzero. `source` may be this
+    // object, for both: it is then taken as a copy.
     void from(const ZFollicles& source, const Ulmex::ZCharArray& keep);
     // The strands of `other` behind this set's own; without bindings both sets' bdi and
     // bdw are dropped.

@@ -201,6 +201,8 @@ void bindModifiers(nb::module_& m) {
             "variables", [](ZExpression& e) { return Variables{&e}; }, nb::keep_alive<0, 1>(),
             doc("ZExpression.variables"))
         .def("setWantVec", &ZExpression::setWantVec, nb::arg("wantVec"), doc("ZExpression.setWantVec"))
+        .def("setExpr", &ZExpression::setExpr, nb::arg("expr"), doc("ZExpression.setExpr"))
+        .def("message", &ZExpression::message, release(), doc("ZExpression.message"))
         .def(
             "evaluate",
             [](const ZExpression& e) {

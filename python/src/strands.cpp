@@ -100,13 +100,17 @@ void bindStrands(nb::module_& m) {
             [](ZFollicles& f, const ZFollicles& source, nb::handle keep) {
                 ZCharArray k;
                 assign(k, keep, "keep");
+                checkLength(k, source.tgl.size(), "from_", "keep");
+                if (source.bdi.numSets() > 0) checkSets(source.bdi, "from_");
+                if (source.bdw.numSets() > 0) checkSets(source.bdw, "from_");
                 refuseIfViewed(f, "from_");
                 nb::gil_scoped_release unlocked;
                 f.from(source, k);
             },
             nb::arg("source"), nb::arg("keep"),
             nb::sig("def from_(self, source: ZFollicles, keep: numpy.typing.NDArray[numpy.int8]) -> None"),
-            "C++ `from` (a Python keyword): becomes the strands of `source` whose keep byte is nonzero.")
+            "C++ `from` (a Python keyword): becomes the strands of `source` whose keep byte is nonzero. "
+            "`keep` holds one byte per strand of `source` (ValueError otherwise); `source` may be this object.")
         .def(
             "append",
             [](ZFollicles& f, const ZFollicles& other, bool withBindings) {

@@ -44,10 +44,11 @@ void loadPluginsApartFromPython() {
 
 // What the writers read: the strands, their widths, surface coordinates and frames, and in
 // feather mode the feather kinds, lean axes and per-strand transforms.
-void checkExport(const ZCurvesToUSD& x, const char* what) {
+// The feather writers read all of it whatever featherMode says.
+void checkExport(const ZCurvesToUSD& x, const char* what, bool feathers) {
     if (!x.follicles || !x.curves || !x.boundingBox) invalid(what, "follicles, curves and boundingBox must be set");
     checkGroom(*x.follicles, *x.curves, Uvw | Twh | Rwh | Axs | Rtp, what);
-    if (!x.featherMode) return;
+    if (!feathers) return;
     checkFollicles(*x.follicles, Rxy, what);
     const size_t n = x.follicles->tgl.size();
     if (!x.scales || !x.rotations || !x.folds) invalid(what, "feather mode needs scales, rotations and folds");
@@ -105,7 +106,7 @@ void bindUsd(nb::module_& m) {
                 X& x = nb::cast<X&>(self);
                 Transforms t;
                 takeTransforms(self, x, t);
-                checkExport(x, "writeGeometryToUSD");
+                checkExport(x, "writeGeometryToUSD", x.featherMode);
                 loadPluginsApartFromPython();
                 nb::gil_scoped_release unlocked;
                 x.writeGeometryToUSD(time, high, subFrame);
@@ -117,7 +118,7 @@ void bindUsd(nb::module_& m) {
                 X& x = nb::cast<X&>(self);
                 Transforms t;
                 takeTransforms(self, x, t);
-                checkExport(x, "writeAttributeToUSD");
+                checkExport(x, "writeAttributeToUSD", x.featherMode);
                 loadPluginsApartFromPython();
                 nb::gil_scoped_release unlocked;
                 x.writeAttributeToUSD(high);
@@ -125,24 +126,24 @@ void bindUsd(nb::module_& m) {
             nb::arg("high"), doc("ZCurvesToUSD.writeAttributeToUSD"));
 
     // The four writers work on the layer of the last entry call.
-    auto writer = [&](const char* name, void (X::*fn)()) {
+    auto writer = [&](const char* name, void (X::*fn)(), bool feathers) {
         cls.def(
             name,
-            [fn, name](nb::handle self) {
+            [fn, name, feathers](nb::handle self) {
                 X& x = nb::cast<X&>(self);
                 if (!x.stage) invalid(name, "no layer yet: call writeGeometryToUSD or writeAttributeToUSD first");
                 Transforms t;
                 takeTransforms(self, x, t);
-                checkExport(x, name);
+                checkExport(x, name, feathers);
                 nb::gil_scoped_release unlocked;
                 (x.*fn)();
             },
             doc(std::string("ZCurvesToUSD.") + name));
     };
-    writer("writeGeometryToCurve", &X::writeGeometryToCurve);
-    writer("writeAttributeToCurve", &X::writeAttributeToCurve);
-    writer("writeGeometryToFeather", &X::writeGeometryToFeather);
-    writer("writeAttributeToFeather", &X::writeAttributeToFeather);
+    writer("writeGeometryToCurve", &X::writeGeometryToCurve, false);
+    writer("writeAttributeToCurve", &X::writeAttributeToCurve, false);
+    writer("writeGeometryToFeather", &X::writeGeometryToFeather, true);
+    writer("writeAttributeToFeather", &X::writeAttributeToFeather, true);
 
     hostDataFields<X>(cls, "ZCurvesToUSD");
 }

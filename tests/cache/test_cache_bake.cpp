@@ -216,28 +216,29 @@ TEST(CacheBake, PerFrameFilesAndTags) {
     // The box line: min x, max x, min y, max y, min z, max z at six significant digits.
     groom.box = ZBoundingBox(ZVector(0.1f, -2.f, 1234567.f), ZVector(3.f, 1e-7f, 1234568.f));
     // scales without rotations writes no xforms_; folds alone writes folds_.
-    ZVectorArray scales{ZVector(1, 2, 3), ZVector(4, 5, 6)}, rotations{ZVector(90, 0, -45)};
-    ZFloatArray folds{0.5f, -0.25f, 2.f};
+    ZVectorArray scales{ZVector(1, 2, 3), ZVector(4, 5, 6), ZVector(7, 8, 9), ZVector(1, 0, 0)},
+        rotations{ZVector(90, 0, -45), ZVector(0, 0, 0), ZVector(1, 2, 3), ZVector(-1, -2, -3)};
+    ZFloatArray folds{0.5f, -0.25f, 2.f, 0.f};
     c.scales = &scales;
     c.folds = &folds;
     ASSERT_TRUE(c.bakePerFrameData(tmp.path(), 2.f));
     EXPECT_EQ(fixtures::readText(dir + "/bbox_p2"), "0.1 3 -2 1e-07 1.23457e+06 1.23457e+06\n");
     EXPECT_FALSE(fs::exists(dir + "/xforms_p2"));
     std::vector<char> foldBytes;
-    testutil::appendPod(foldBytes, int32_t(3));
+    testutil::appendPod(foldBytes, int32_t(4));
     for (float f : folds) testutil::appendPod(foldBytes, f);
     EXPECT_EQ(testutil::readBytes(dir + "/folds_p2"), foldBytes);
 
     c.rotations = &rotations;
-    folds.clear();
+    c.folds = nullptr;
     ASSERT_TRUE(c.bakePerFrameData(tmp.path(), 3.f));
     std::vector<char> xf;
-    testutil::appendPod(xf, int32_t(2));
+    testutil::appendPod(xf, int32_t(4));
     for (const ZVector& v : scales) testutil::appendPod(xf, v);
-    testutil::appendPod(xf, int32_t(1));
-    testutil::appendPod(xf, rotations[0]);
+    testutil::appendPod(xf, int32_t(4));
+    for (const ZVector& v : rotations) testutil::appendPod(xf, v);
     EXPECT_EQ(testutil::readBytes(dir + "/xforms_p3"), xf);
-    EXPECT_EQ(testutil::readBytes(dir + "/folds_p3"), std::vector<char>(4, 0));  // empty: the zero count only
+    EXPECT_FALSE(fs::exists(dir + "/folds_p3"));
 }
 
 TEST(CacheBake, SecondBakeTruncatesWhatItWritesAndLeavesTheRest) {
@@ -330,6 +331,64 @@ TEST(CacheBake, FailuresPrintTheirMessageAndStop) {
     EXPECT_TRUE(fs::exists(tmp.file("m/feathers")));
     EXPECT_FALSE(fs::exists(tmp.file("m/featherRManAttrs")));
     EXPECT_FALSE(fs::exists(tmp.file("m/sources")));
+}
+
+// Unset pointers (after reset() too) and per-strand arrays of the wrong length: refused with
+// a message before any file of the frame is written, by both generations.
+template <typename Cache>
+void refusesUnsetAndMismatchedInput() {
+    testutil::TempDir tmp;
+    fixtures::CacheGroom groom(3);
+    fs::create_directories(tmp.file("n"));
+    Cache c;
+    c.nodeName = "n";
+    auto refused = [&](const char* message) {
+        testing::internal::CaptureStdout();
+        const bool ok = c.bakePerFrameData(tmp.path(), 7.f);
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string("Error@ZCacheData::bakeStaticData(): ") + message + "\n");
+        EXPECT_FALSE(ok);
+        EXPECT_TRUE(filesIn(tmp.file("n")).empty()) << message;
+    };
+    refused("No data.");
+    pointAt(c, groom);
+    c.boundingBox = nullptr;
+    refused("No data.");
+    pointAt(c, groom);
+    c.reset();
+    c.nodeName = "n";
+    refused("No data.");
+    pointAt(c, groom);
+    ZFeather* none = nullptr;
+    c.feathers = {none};
+    refused("No data.");
+    c.feathers.clear();
+
+    ZVectorArray three(3), four(4);
+    ZFloatArray two(2);
+    c.scales = &four;
+    c.rotations = &three;
+    refused("Wrong data: scales has 4 elements for 3 strands.");
+    c.scales = &three;
+    c.folds = &two;
+    refused("Wrong data: folds has 2 elements for 3 strands.");
+    c.folds = nullptr;
+    c.rotations = nullptr;  // scales alone write no xforms_ file: their length does not matter
+    c.scales = &four;
+    ZCurves curves = groom.curves;
+    c.curves = &curves;
+    curves.start[2] = curves.cvs.length() - curves.numCVs[2] + 1;  // one CV past the end
+    refused(("Wrong data: strand 2 lies outside the curves' " + std::to_string(curves.cvs.length()) + " CVs.").c_str());
+    curves.numCVs.pop_back();
+    curves.start.pop_back();
+    refused("Wrong data: curves has 2 elements for 3 strands.");
+    c.curves = &groom.curves;
+    EXPECT_TRUE(c.bakePerFrameData(tmp.path(), 7.f));
+    EXPECT_EQ(filesIn(tmp.file("n")), (std::vector<std::string>{"bbox_p7", "curves_p7"}));
+}
+
+TEST(CacheBake, UnsetAndMismatchedInputAreRefusedBeforeAnyFile) {
+    refusesUnsetAndMismatchedInput<ZCacheData>();
+    refusesUnsetAndMismatchedInput<ZCacheData2>();
 }
 
 TEST(CacheBake, ResetGetInfoAndPrinting) {

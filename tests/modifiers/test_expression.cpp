@@ -56,6 +56,66 @@ TEST(ZExpression, InvalidExpressionsEvaluateToZero) {
     ZExpression def;
     EXPECT_TRUE(def.ready);
     EXPECT_EQ(def.evaluate()[0], 0.0);
+    EXPECT_EQ(def.message(), "");
+    EXPECT_EQ(ZExpression("1 + 2").message(), "");
+    EXPECT_EQ(ZExpression("$nope * 2").message(), "No variable named 'nope' (at character 0)");
+    EXPECT_EQ(ZExpression("nosuchfunc(1)").message().rfind("No function named 'nosuchfunc'", 0), 0u);
+    EXPECT_EQ(ZExpression("u +* 3").message().rfind("Syntax error", 0), 0u);
+}
+
+// KSeExpr prepares and frees an expression by recursion over its tree, so a text that nests
+// deeply would overflow the stack of the thread preparing it. Texts past the limits are
+// invalid, with their message, on the main thread and on a thread with a 256 KiB stack; a
+// text at the limit still works there.
+TEST(ZExpression, TooLongOrTooDeepIsInvalidOnAnyThread) {
+    auto chain = [](const char* op, int terms) {
+        std::string s = "1";
+        for (int i = 1; i < terms; ++i) s += op + std::string("1");
+        return s;
+    };
+    auto calls = [](int n) { return [n] {
+        std::string s;
+        for (int i = 0; i < n; ++i) s += "abs(";
+        return s + "1" + std::string(static_cast<size_t>(n), ')');
+    }(); };
+    const std::string flatSum = chain("+", 60000), longSum = chain("+", ZExpression::kMaxDepth + 2);
+    const std::string deepCalls = calls(ZExpression::kMaxDepth / 3 + 1);
+    std::string longText(ZExpression::kMaxLength + 1, ' ');
+    longText[0] = '1';
+    struct Case {
+        std::string text;
+        double value;
+        const char* message;
+    };
+    const std::vector<Case> cases = {
+        {flatSum, 0.0, "Too long"}, {longSum, 0.0, "Too deep"}, {deepCalls, 0.0, "Too deep"},
+        {longText, 0.0, "Too long"},
+        // At the limits: many statements and arguments, each shallow, are fine.
+        {chain("+", ZExpression::kMaxDepth + 1), ZExpression::kMaxDepth + 1.0, ""},
+        {calls(ZExpression::kMaxDepth / 3), 1.0, ""},
+        {"a = " + chain("+", 200) + "; b = " + chain("+", 200) + "; a + b", 400.0, ""},
+        {"# " + std::string(5000, '(') + "\n2", 2.0, ""}};
+    auto check = [&] {
+        for (const Case& c : cases) {
+            ZExpression e(c.text);
+            EXPECT_EQ(e.evaluate()[0], c.value) << c.text.substr(0, 40);
+            EXPECT_EQ(e.message().rfind(c.message, 0), 0u) << e.message();
+            ZExpression later;
+            later.setExpr(c.text);
+            EXPECT_EQ(later.message(), e.message());
+        }
+    };
+    check();
+#if !defined(__has_feature)
+#define __has_feature(x) 0
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || __has_feature(address_sanitizer) || \
+    __has_feature(thread_sanitizer)
+    const size_t stack = 1024 * 1024;  // instrumented frames are several times larger
+#else
+    const size_t stack = 256 * 1024;
+#endif
+    EXPECT_TRUE(testutil::onThreadWithStack(stack, check));
 }
 
 TEST(ZExpression, ResolveLooksOnlyInTheMapAndForZnoise) {

@@ -372,3 +372,45 @@ TEST(FollicleMerge, AssignmentCopiesEveryMemberAndMemoryFigure) {
     const std::string out = GetCapturedStdout();
     EXPECT_NE(out.find("Error@ZArray::usedMemorySize(): Invalid data unit.\n"), std::string::npos);
 }
+
+// Appending or filtering an object into itself gives what a copy of it gives (each array
+// used to read its own storage while it was being moved or cleared).
+TEST(FollicleMerge, AppendingOrFilteringIntoItselfWorksAsOnACopy) {
+    auto same = [](const ZFollicles& a, const ZFollicles& b) {
+        bool axs = a.axs.size() == b.axs.size();
+        for (size_t i = 0; axs && i < a.axs.size(); ++i) axs = a.axs[i].origin == b.axs[i].origin;
+        return axs && a.uid == b.uid && a.tgl == b.tgl && a.uvw == b.uvw && a.ln1 == b.ln1 && a.rwh == b.rwh &&
+               a.bdi == b.bdi && a.bdw == b.bdw && a.auxInt0 == b.auxInt0;
+    };
+    const ZFollicles original = makeFollicles(600);
+    for (bool withBindings : {true, false}) {
+        ZFollicles self = original, copy = original;
+        copy.append(ZFollicles(original), withBindings);
+        self.append(self, withBindings);
+        EXPECT_TRUE(same(self, copy)) << withBindings;
+        EXPECT_EQ(self.numStrands(), 1200);
+    }
+    ZCharArray keep(600);
+    for (int i = 0; i < 600; ++i) keep[i] = static_cast<char>(i % 3 == 0);
+    ZFollicles self = original, copy;
+    copy.from(original, keep);
+    self.from(self, keep);
+    EXPECT_TRUE(same(self, copy));
+    EXPECT_EQ(self.numStrands(), 200);
+
+    ZPolyMesh mesh;
+    mesh.points = {ZVector(0, 0, 0), ZVector(1, 0, 0), ZVector(0, 1, 0), ZVector(1, 1, 0)};
+    mesh.vCounts = {3, 3};
+    mesh.vConnects = {0, 1, 2, 1, 3, 2};
+    mesh.uvs = {ZTuple<2, float>(0, 0), ZTuple<2, float>(1, 1)};
+    mesh.uvIndices = {0, 1, 1, 0, 1, 0};
+    for (bool withAttributes : {true, false}) {
+        ZPolyMesh twice = mesh, expected = mesh;
+        expected.append(ZPolyMesh(mesh), withAttributes);
+        twice.append(twice, withAttributes);
+        EXPECT_EQ(twice.vConnects, expected.vConnects);
+        EXPECT_EQ(twice.points, expected.points);
+        EXPECT_EQ(twice.uvIndices, expected.uvIndices);
+        EXPECT_EQ(twice.vConnects[11], 2 + 4);
+    }
+}

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <omp.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -10,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string>
 #include <vector>
@@ -63,6 +65,23 @@ auto withThreads(int threads, F&& f) {
     omp_set_num_threads(threads);
     struct Restore { int n; ~Restore() { omp_set_num_threads(n); } } restore{before};
     return f();
+}
+
+// Runs f on a thread of its own with a stack of `bytes`, as a host's worker thread; false
+// when no such thread could be started.
+inline bool onThreadWithStack(size_t bytes, const std::function<void()>& f) {
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    pthread_attr_setstacksize(&attr, bytes);
+    pthread_t thread;
+    auto body = [](void* p) -> void* {
+        (*static_cast<const std::function<void()>*>(p))();
+        return nullptr;
+    };
+    const bool started = pthread_create(&thread, &attr, body, const_cast<std::function<void()>*>(&f)) == 0;
+    pthread_attr_destroy(&attr);
+    if (started) pthread_join(thread, nullptr);
+    return started;
 }
 
 inline uint32_t floatBits(float f) {
