@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <fstream>
 #include <iostream>
+#include <sstream>
+#include <algorithm>
 #include <string>
 
 using namespace Ulmex;
@@ -208,7 +210,16 @@ bool ZCacheCommon::getInfo(const InfoFields& out, const char* file) {
     return true;
 }
 
-void ZCacheCommon::readInfoTokens(std::istream& in, const InfoFields& out) {
+void ZCacheCommon::readInfoTokens(std::istream& file, const InfoFields& out) {
+    // A record is a few hundred bytes: at most kMaxInfoBytes are read, so that a device
+    // or a huge file named `info` (/dev/zero, /dev/urandom) costs a bounded read.
+    std::string head;
+    char block[4096];
+    while (head.size() < kMaxInfoBytes && file) {
+        file.read(block, static_cast<std::streamsize>(std::min(sizeof block, kMaxInfoBytes - head.size())));
+        head.append(block, static_cast<size_t>(std::max<std::streamsize>(file.gcount(), 0)));
+    }
+    std::istringstream in(head);
     ZString token;
     std::vector<ZString> pieces, value;
     while (!in.eof()) {

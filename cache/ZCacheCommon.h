@@ -98,8 +98,10 @@ public:
     // The token loop over an `info` record: white-space separated tokens, each split on
     // ':'; a token whose first piece is a quoted known key takes the text up to the next
     // double-quote mark of its second piece. Later keys overwrite earlier ones; unknown
-    // keys and tokens without a colon are skipped. Reads to the end of the stream and
-    // never allocates more than the longest token.
+    // keys and tokens without a colon are skipped. Reads the first kMaxInfoBytes of the
+    // stream at most (a record is far smaller), so a device or a huge file costs a bounded
+    // read and allocation.
+    static constexpr size_t kMaxInfoBytes = 1 << 16;
     static void readInfoTokens(std::istream& in, const InfoFields& out);
 
     // The text that ends a per-frame file name on the writing side: "m" for a frame below

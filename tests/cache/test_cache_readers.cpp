@@ -6,6 +6,7 @@
 
 #include "cache/CacheFixtures.h"
 #include "cache/RuvoMisc.h"
+#include "cache/ZCacheCommon.h"
 #include "cache/ZCacheData.h"
 #include "cache/ZCacheData2.h"
 #include "support/Damage.h"
@@ -86,6 +87,15 @@ TEST(CacheReaders, InfoTokenLoop) {
     EXPECT_FALSE(readInfoData(tmp.path(), &r2));
     EXPECT_EQ(r2.nodeName, "nn");
     EXPECT_EQ(r2.cacheFormatVersion, 13.f);
+
+    // Devices named as an info file: an endless token or endless noise is read to a bound,
+    // with an allocation to match, and returns.
+    for (const char* device : {"/dev/zero", "/dev/urandom"}) {
+        ZCacheData2 c;
+        testutil::AllocationMeter meter;
+        EXPECT_TRUE(c.getInfo(device)) << device;
+        EXPECT_LE(meter.peakAbove(), 8 * ZCacheCommon::kMaxInfoBytes) << device;  // a few copies of the bound
+    }
 }
 
 TEST(CacheReaders, ValidPathAndName) {
