@@ -41,6 +41,10 @@ public:
 
     ZClumpModifier();
     void reset();
+    // "Another groom": the next evaluate recomputes even when the strand count and every
+    // parameter are as they were (results are kept while both are unchanged, so a host that
+    // applies one modifier to two grooms of the same count calls this in between).
+    void invalidate() { prevNum = -1; }
     void evaluate(const ZFollicles& follicles, const Ulmex::ZCurves& curves);
     // Blends CVs 1.. of every bound, unmasked strand toward the guide strand of `guides`
     // at the same parameter; the guide is bdi's first entry.

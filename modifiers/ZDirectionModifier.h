@@ -28,6 +28,10 @@ public:
 
     ZDirectionModifier();
     void reset();
+    // "Another groom": the next evaluate recomputes even when the strand count and every
+    // parameter are as they were (results are kept while both are unchanged, so a host that
+    // applies one modifier to two grooms of the same count calls this in between).
+    void invalidate() { prevNum = -1; }
     void evaluate(const ZFollicles& follicles, const Ulmex::ZCurves& curves);
     // Rotates CVs 1.. of every unmasked strand about axs[i].origin: pitch about the lean
     // axis rxy (not normalised), then yaw about the normal; angles within 0.01 radian of

@@ -34,6 +34,10 @@ public:
 
     ZFrizzModifier();
     void reset();
+    // "Another groom": the next evaluate recomputes even when the strand count and every
+    // parameter are as they were (results are kept while both are unchanged, so a host that
+    // applies one modifier to two grooms of the same count calls this in between).
+    void invalidate() { prevNum = -1; }
     // Per-strand amounts, then the jitter of every CV (the CV count is not watched).
     void evaluate(const ZFollicles& follicles, const Ulmex::ZCurves& curves);
     // Moves CVs 1.. of every unmasked strand by its jitter spread to [-1, 1]^3 times the

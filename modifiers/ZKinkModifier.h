@@ -39,6 +39,10 @@ public:
 
     ZKinkModifier();
     void reset();
+    // "Another groom": the next evaluate recomputes even when the strand count and every
+    // parameter are as they were (results are kept while both are unchanged, so a host that
+    // applies one modifier to two grooms of the same count calls this in between).
+    void invalidate() { prevNum = -1; }
     // Per-strand amounts, then one direction per CV; also watches the total CV count.
     void evaluate(const ZFollicles& follicles, const Ulmex::ZCurves& curves);
     // Adds to CVs 1.. of every unmasked strand the direction of its CV, carried from the

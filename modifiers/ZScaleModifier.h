@@ -22,6 +22,10 @@ public:
 
     ZScaleModifier();
     void reset();
+    // "Another groom": the next evaluate recomputes even when the strand count and every
+    // parameter are as they were (results are kept while both are unchanged, so a host that
+    // applies one modifier to two grooms of the same count calls this in between).
+    void invalidate() { prevNum = -1; }
     void evaluate(const ZFollicles& follicles, const Ulmex::ZCurves& curves);
     // Scales CVs 1.. of every unmasked strand about axs[i].origin.
     void deform(ZFollicles& follicles, Ulmex::ZCurves& curves, const Ulmex::ZCurves& curves0);

@@ -24,6 +24,10 @@ public:
 
     ZWidthModifier();
     void reset();
+    // "Another groom": the next evaluate recomputes even when the strand count and every
+    // parameter are as they were (results are kept while both are unchanged, so a host that
+    // applies one modifier to two grooms of the same count calls this in between).
+    void invalidate() { prevNum = -1; }
     void evaluate(const ZFollicles& follicles, const Ulmex::ZCurves& curves);
     // Copies the tip and root results into the follicles' twh and rwh.
     void deform(ZFollicles& follicles, Ulmex::ZCurves& curves, const Ulmex::ZCurves& curves0);

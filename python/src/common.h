@@ -86,7 +86,7 @@ std::string describe() {
     using L = Layout<T>;
     std::string s = "(n";
     for (int i = 0; i < L::n; ++i) s += ", " + std::to_string(L::dims[i]);
-    s += ") ";
+    s += L::n == 0 ? ",) " : ") ";
     if (std::is_same_v<typename L::Scalar, float>) s += "float32";
     else if (std::is_same_v<typename L::Scalar, int32_t>) s += "int32";
     else s += "int8";
@@ -144,29 +144,34 @@ nb::object owned(Ulmex::ZArray<T>&& array) {
     return nb::ndarray<nb::numpy, typename L::Scalar>(data, 1 + L::n, shape, keep).cast(nb::rv_policy::reference);
 }
 
-// Copies a numpy array of exactly the element layout into `array`, resizing it.
+// "(3, 2) float64": what an assignment was given, for its error message.
+std::string describeGiven(nb::handle array);
+
+// `value` as a C-contiguous numpy array of T's scalar type in native byte order, copied
+// and converted by numpy where it is not one already: read-only, strided, Fortran-order
+// and byte-swapped arrays, and any buffer (a Vt array from usd-core) whose kind converts
+// by value: floats of any width to float32; booleans and integers to int32 or int8 when
+// every value fits. Anything else is refused naming what was expected and what was given:
+// TypeError for another kind, ValueError for another shape or a value out of range.
+nb::object convertedArray(nb::handle value, const char* what, const std::string& expected, int ndim,
+                          const size_t* dims, const char* scalar);
+
+// Copies an array of T's element layout into `array`, resizing it (see convertedArray for
+// what converts).
 template <typename T>
 void assign(Ulmex::ZArray<T>& array, nb::handle value, const char* what) {
     using L = Layout<T>;
-    if (value.is_none())
-        throw nb::type_error((std::string(what) + ": expected a numpy array " + describe<T>() + ", got None").c_str());
-    nb::ndarray<nb::numpy, nb::c_contig, nb::device::cpu> a;
-    if (!nb::try_cast(value, a, false))
-        throw nb::type_error((std::string(what) + ": expected a numpy array " + describe<T>() + ", got " +
-                              typeName(value)).c_str());
-    if (a.dtype() != nb::dtype<typename L::Scalar>()) {
-        const nb::object dtype = value.attr("dtype");
-        const std::string got = nb::str(nb::handle(dtype)).c_str();
-        throw nb::type_error((std::string(what) + ": expected dtype " + describe<T>().substr(describe<T>().find(") ") + 2) +
-                              ", got " + got + " (convert with .astype)").c_str());
-    }
-    bool ok = a.ndim() == size_t(1 + L::n);
-    for (int i = 0; ok && i < L::n; ++i) ok = a.shape(1 + i) == L::dims[i];
-    if (!ok) {
-        std::string got = "(";
-        for (size_t i = 0; i < a.ndim(); ++i) got += (i ? ", " : "") + std::to_string(a.shape(i));
-        throw nb::value_error((std::string(what) + ": expected shape " + describe<T>().substr(0, describe<T>().find(") ") + 1) +
-                               ", got " + got + ")").c_str());
+    nb::ndarray<nb::numpy, const typename L::Scalar, nb::c_contig, nb::device::cpu> a;
+    bool exact = nb::try_cast(value, a, false);
+    for (int i = 0; exact && i < L::n; ++i) exact = a.ndim() == size_t(1 + L::n) && a.shape(1 + i) == L::dims[i];
+    exact = exact && a.ndim() == size_t(1 + L::n);
+    nb::object converted;
+    if (!exact) {
+        static const char* scalar =
+            std::is_same_v<typename L::Scalar, float> ? "float32" : std::is_same_v<typename L::Scalar, int32_t> ? "int32" : "int8";
+        converted = convertedArray(value, what, describe<T>(), 1 + L::n, L::dims, scalar);
+        if (!nb::try_cast(converted, a, false))
+            throw nb::type_error((std::string(what) + ": expected " + describe<T>() + ", got " + describeGiven(value)).c_str());
     }
     const size_t n = a.ndim() ? a.shape(0) : 0;
     if (n > size_t(INT32_MAX)) throw nb::value_error((std::string(what) + ": more than 2^31 - 1 elements").c_str());

@@ -93,6 +93,7 @@ nb::class_<C> modifier(nb::module_& m, const char* name, unsigned deformArrays, 
                 nb::setattr(self, "_maps", nb::dict());
             },
             doc("ZModifier.reset"))
+        .def("invalidate", &C::invalidate, doc(std::string(name) + ".invalidate"))
         .def(
             "evaluate",
             [evaluateChecks](C& mod, const ZFollicles& f, const ZCurves& c) {
@@ -130,6 +131,8 @@ nb::class_<C> modifier(nb::module_& m, const char* name, unsigned deformArrays, 
             "append",
             [](nb::handle self, const char* mapName, nb::handle map) {
                 C& mod = nb::cast<C&>(self);
+                if (!nb::isinstance<ZImageMap>(map))
+                    throw nb::type_error(("append: expected ZImageMap, got " + typeName(map)).c_str());
                 ZImageMap& image = nb::cast<ZImageMap&>(map);
                 const size_t before = mod.attributeMaps.size();
                 mod.append(mapName, image);

@@ -1,5 +1,6 @@
 // The extension module groomcore._groomcore: one binding unit per subsystem, and the
 // helpers they share.
+#include <climits>
 #include <deque>
 #include <mutex>
 #include <unordered_map>
@@ -68,6 +69,71 @@ std::ifstream openIn(const Ulmex::ZString& path) {
         throw nb::python_error();
     }
     return f;
+}
+
+namespace {
+// Python's str() of any object.
+std::string pyText(nb::handle value) {
+    nb::object text = nb::steal(PyObject_Str(value.ptr()));
+    if (!text.is_valid()) {
+        PyErr_Clear();
+        return "?";
+    }
+    const char* utf8 = PyUnicode_AsUTF8(text.ptr());
+    if (!utf8) {
+        PyErr_Clear();
+        return "?";
+    }
+    return utf8;
+}
+} // namespace
+
+std::string describeGiven(nb::handle value) {
+    if (value.is_none()) return "None";
+    if (!nb::hasattr(value, "shape") || !nb::hasattr(value, "dtype")) return typeName(value);
+    std::string got = "(";
+    const nb::tuple shape = nb::tuple(value.attr("shape"));
+    for (size_t i = 0; i < shape.size(); ++i) got += (i ? ", " : "") + pyText(shape[i]);
+    if (shape.size() == 1) got += ",";
+    return got + ") " + pyText(value.attr("dtype"));
+}
+
+nb::object convertedArray(nb::handle value, const char* what, const std::string& expected, int ndim,
+                          const size_t* dims, const char* scalar) {
+    auto refuse = [&](bool typeError, nb::handle given) {
+        const std::string text = std::string(what) + ": expected a numpy array " + expected + ", got " + describeGiven(given);
+        if (typeError) throw nb::type_error(text.c_str());
+        throw nb::value_error(text.c_str());
+    };
+    // Arrays and buffers only: a list or a number is no array of the expected layout.
+    const bool arrayLike = PyObject_CheckBuffer(value.ptr()) || nb::hasattr(value, "__array_interface__") ||
+                           nb::hasattr(value, "__array__");
+    if (value.is_none() || !arrayLike) refuse(true, value);
+    // Kept for the process's life (never destroyed after the interpreter has gone).
+    static const nb::object& numpy = *new nb::object(nb::module_::import_("numpy"));
+    nb::object a = numpy.attr("asarray")(value);
+    const nb::tuple shape = nb::tuple(a.attr("shape"));
+    bool fits = shape.size() == size_t(ndim);
+    for (int i = 1; fits && i < ndim; ++i) fits = nb::cast<size_t>(shape[size_t(i)]) == dims[i - 1];
+    if (!fits) refuse(false, a);
+    const std::string kind = nb::cast<std::string>(a.attr("dtype").attr("kind"));
+    const std::string target(scalar);
+    if (target == "float32") {
+        if (kind != "f") refuse(true, a);
+    } else {
+        if (kind != "b" && kind != "i" && kind != "u") refuse(true, a);
+        const bool narrow = target == "int8";
+        const long long lo = narrow ? -128 : INT32_MIN, hi = narrow ? 127 : INT32_MAX;
+        if (kind != "b" && nb::cast<size_t>(a.attr("size")) > 0) {
+            const nb::object least = a.attr("min")(), most = a.attr("max")();
+            // Compared in Python: a uint64 beyond long long still compares exactly.
+            if (PyObject_RichCompareBool(least.ptr(), nb::int_(lo).ptr(), Py_LT) == 1 ||
+                PyObject_RichCompareBool(most.ptr(), nb::int_(hi).ptr(), Py_GT) == 1)
+                throw nb::value_error((std::string(what) + ": values from " + pyText(least) + " to " + pyText(most) +
+                                       " do not fit " + target).c_str());
+        }
+    }
+    return numpy.attr("ascontiguousarray")(a, numpy.attr(scalar));
 }
 
 void checkIndex(long long index, long long size, const char* what) {

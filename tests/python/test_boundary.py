@@ -17,16 +17,47 @@ import groomcore as gc
 @pytest.mark.parametrize(
     ("value", "error", "message"),
     [
-        (np.zeros((3, 3), np.float64), TypeError, r"expected dtype float32, got float64"),
-        (np.zeros((3, 2), np.float32), ValueError, r"expected shape \(n, 3\), got \(3, 2\)"),
-        (np.zeros(3, np.float32), ValueError, r"expected shape \(n, 3\), got \(3\)"),
+        (np.zeros((3, 3), np.int32), TypeError, r"expected a numpy array \(n, 3\) float32, got \(3, 3\) int32"),
+        (np.zeros((3, 2), np.float64), ValueError, r"expected a numpy array \(n, 3\) float32, got \(3, 2\) float64"),
+        (np.zeros(3, np.float32), ValueError, r"got \(3,\) float32"),
         (None, TypeError, r"expected a numpy array \(n, 3\) float32, got None"),
         ([[0.0, 1.0, 2.0]], TypeError, r"got list"),
     ],
 )
-def test_array_assignment_says_what_it_expected(value: object, error: type[Exception], message: str) -> None:
+def test_array_assignment_says_what_it_expected_and_what_it_got(value: object, error: type[Exception], message: str) -> None:
     with pytest.raises(error, match=message):
         gc.ZCurves().cvs = value  # type: ignore[assignment]
+
+
+def test_any_array_of_a_kind_that_converts_by_value_is_taken() -> None:
+    # What numpy and usd-core hand out: read-only, strided, Fortran-order, byte-swapped and
+    # float64 arrays, and buffers that are not numpy arrays at all.
+    base = np.arange(24, dtype=np.float32).reshape(8, 3)
+    read_only = base.copy()
+    read_only.flags.writeable = False
+    every_other = np.zeros((16, 3), np.float32)
+    every_other[::2] = base
+    for given in (
+        read_only,
+        every_other[::2],
+        np.asfortranarray(base),
+        base.astype(">f4"),
+        base.astype(np.float64),
+        memoryview(base.copy()),
+    ):
+        c = gc.ZCurves()
+        c.cvs = given  # type: ignore[assignment]
+        assert np.array_equal(c.cvs, base), type(given)
+    c = gc.ZCurves()
+    c.numCVs = np.array([3, 5], np.int64)
+    c.start = np.array([0, 3], np.uint16)
+    assert c.numCVs.tolist() == [3, 5] and c.start.tolist() == [0, 3]
+    with pytest.raises(ValueError, match=r"numCVs: values from 1 to 4294967296 do not fit int32"):
+        c.numCVs = np.array([1, 2**32], np.int64)
+    f, keep = gc.ZFollicles(), np.array([True, False])
+    f.tgl = np.zeros(2, np.int32)
+    f.from_(f, keep)  # type: ignore[arg-type]
+    assert f.numStrands() == 1
 
 
 def test_inconsistent_arrays_are_refused_before_the_library_indexes_them() -> None:
