@@ -4,7 +4,8 @@
 # The corpora start from the library's own writes and, for Alembic, from files the real
 # Alembic library writes; they grow in build/fuzz/corpus, so later runs go on from there.
 # Prints one line per target with its runs; exits non-zero at the first finding (the
-# reproducer is left in build/fuzz/findings).
+# reproducer is left in build/fuzz/findings). Then the random caller of the Python package
+# runs for SECONDS too (a crash names its seed and the call that made it).
 set -euo pipefail
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 SECONDS_PER_TARGET="${1:-20}"
@@ -37,3 +38,6 @@ for t in string array geometry follicles feather cache alembic; do
   total=$((total + ${runs:-0}))
 done
 echo "fuzz: $total runs, no finding"
+# The Python package: every public callable at random with good and bad arguments, in
+# subprocesses, for the same time.
+"$ROOT/.venv/bin/python" "$ROOT/tests/python/random_calls.py" --seconds "$SECONDS_PER_TARGET" "$ROOT/build/fuzz/random_calls"

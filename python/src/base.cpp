@@ -35,9 +35,22 @@ ZVectorArray pointsFrom(nb::handle value, const char* what) {
 
 template <typename Mesh, typename Cls>
 void meshDrawing(Cls& cls, const char* name) {
-    cls.def("drawVertices", &Mesh::drawVertices, doc(std::string(name) + ".drawVertices"))
-        .def("drawWireframe", &Mesh::drawWireframe, doc(std::string(name) + ".drawWireframe"))
-        .def("drawSurface", &Mesh::drawSurface, nb::arg("smoothNormals"), doc(std::string(name) + ".drawSurface"));
+    // Drawing reads the points the mesh's indices name.
+    auto check = [](const Mesh& mesh, const char* what) {
+        if constexpr (std::is_same_v<Mesh, ZTriMesh>) checkTriMesh(mesh, what);
+        else checkQuadMesh(mesh, what);
+    };
+    cls.def("drawVertices", [check](const Mesh& mesh) { check(mesh, "drawVertices"); mesh.drawVertices(); },
+            doc(std::string(name) + ".drawVertices"))
+        .def("drawWireframe", [check](const Mesh& mesh) { check(mesh, "drawWireframe"); mesh.drawWireframe(); },
+             doc(std::string(name) + ".drawWireframe"))
+        .def(
+            "drawSurface",
+            [check](const Mesh& mesh, bool smoothNormals) {
+                check(mesh, "drawSurface");
+                mesh.drawSurface(smoothNormals);
+            },
+            nb::arg("smoothNormals"), doc(std::string(name) + ".drawSurface"));
 }
 
 template <typename T>

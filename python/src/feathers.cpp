@@ -33,6 +33,13 @@ void checkTemplate(const C& t, const char* what) {
     checkCurves(t.curves, what);
 }
 
+// What the display lists and the drawing read: the mesh and the lattice.
+template <typename C>
+void checkDrawable(const C& t, const char* what) {
+    checkTriMesh(t.mesh, what);
+    checkQuadMesh(t.lattice, what);
+}
+
 // Placement of one strand: the strand's curve and root data must be there.
 void checkStrand(const ZFollicles& f, const ZCurves& c, int strand, const char* what) {
     checkIndex(strand, c.numCurves(), what);
@@ -60,10 +67,16 @@ nb::class_<C> templateClass(nb::module_& m, const char* name) {
     cls.def(nb::init<>())
         .def(nb::init<const C&>(), nb::arg("other"))
         .def("reset", [](C& t) { refuseIfViewed(t, "reset"); t.reset(); }, doc(std::string(name) + ".reset"))
-        .def("genDisplayLists", &C::genDisplayLists, doc("ZFeather.genDisplayLists"))
-        .def("drawVertices", &C::drawVertices)
-        .def("drawWireframe", &C::drawWireframe)
-        .def("drawSurface", &C::drawSurface)
+        .def(
+            "genDisplayLists",
+            [](C& t) {
+                checkDrawable(t, "genDisplayLists");
+                t.genDisplayLists();
+            },
+            doc("ZFeather.genDisplayLists"))
+        .def("drawVertices", [](const C& t) { checkDrawable(t, "drawVertices"); t.drawVertices(); })
+        .def("drawWireframe", [](const C& t) { checkDrawable(t, "drawWireframe"); t.drawWireframe(); })
+        .def("drawSurface", [](const C& t) { checkDrawable(t, "drawSurface"); t.drawSurface(); })
         .def(
             "initialize",
             [](C& t) {

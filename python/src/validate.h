@@ -63,6 +63,14 @@ inline void checkTriMesh(const Ulmex::ZTriMesh& t, const char* what) {
                                 "v012[" + std::to_string(i) + "][" + std::to_string(k) + "]");
 }
 
+inline void checkQuadMesh(const Ulmex::ZQuadMesh& q, const char* what) {
+    for (size_t i = 0; i < q.quads.size(); ++i)
+        for (int k = 0; k < 4; ++k)
+            if (q.quads[i][k] < 0 || size_t(q.quads[i][k]) >= q.points.size())
+                checkIndexValue(q.quads[i][k], q.points.size(), what,
+                                "quads[" + std::to_string(i) + "][" + std::to_string(k) + "]");
+}
+
 inline void checkPolyMesh(const Ulmex::ZPolyMesh& p, const char* what) {
     int64_t corners = 0;
     for (int c : p.vCounts) {

@@ -24,7 +24,9 @@ import groomcore as gc
         ([[0.0, 1.0, 2.0]], TypeError, r"got list"),
     ],
 )
-def test_array_assignment_says_what_it_expected_and_what_it_got(value: object, error: type[Exception], message: str) -> None:
+def test_array_assignment_says_what_it_expected_and_what_it_got(
+    value: object, error: type[Exception], message: str
+) -> None:
     with pytest.raises(error, match=message):
         gc.ZCurves().cvs = value  # type: ignore[assignment]
 
@@ -276,3 +278,68 @@ def test_exporting_loads_no_other_openusd_into_the_process(tmp_path: Path) -> No
     )
     assert done.returncode == 0 and done.stdout.strip() == "[]", done.stdout + done.stderr
     assert done.stderr == ""
+
+
+def test_unset_inputs_self_aliasing_and_bad_expressions_are_answered_not_crashed(tmp_path: Path) -> None:
+    f, c = gc.ZFollicles(), gc.ZCurves()
+    c.push(np.zeros((2, 3), np.float32))
+    f.tgl = np.zeros(1, np.int32)
+    cache = gc.ZCacheData2()
+    cache.nodeName = "hair"
+    (tmp_path / "hair").mkdir()
+    assert not cache.bakePerFrameData(str(tmp_path), 1)  # nothing set
+    cache.follicles, cache.curves, cache.boundingBox = f, c, c.boundingBox(False, False)
+    cache.folds = np.zeros(3, np.float32)  # three folds for one strand
+    assert not cache.bakePerFrameData(str(tmp_path), 1)
+    cache.reset()
+    assert not cache.bakePerFrameData(str(tmp_path), 1) and not list((tmp_path / "hair").iterdir())
+
+    f.uid = np.arange(1, dtype=np.int32)
+    f.append(f, True)
+    assert f.uid.tolist() == [0, 0] and f.numStrands() == 2
+    with pytest.raises(ValueError, match="keep has 3 elements, 2 expected"):
+        f.from_(f, np.ones(3, np.int8))
+    mesh = gc.ZPolyMesh()
+    mesh.points, mesh.vCounts, mesh.vConnects = np.zeros((3, 3), np.float32), np.array([3]), np.array([0, 1, 2])
+    mesh.append(mesh, True)
+    assert mesh.vConnects.tolist() == [0, 1, 2, 3, 4, 5]
+
+    deep = gc.ZExpression("1" + "+1" * 60000)
+    assert deep.evaluate() == (0.0, 0.0, 0.0) and deep.message().startswith("Too long")
+    nested = gc.ZExpression("abs(" * 200 + "1" + ")" * 200)
+    assert nested.evaluate()[0] == 0.0 and nested.message().startswith("Too deep")
+    assert gc.ZExpression("$q + 1").message() == "No variable named 'q' (at character 0)"
+
+    width = gc.ZWidthModifier()
+    with pytest.raises(TypeError, match="append: expected ZImageMap, got int"):
+        width.append("d", 0)  # type: ignore[arg-type]
+
+
+def test_invalidate_makes_a_modifier_recompute_for_another_groom_of_the_same_count() -> None:
+    def groom(seed: int) -> tuple[gc.ZFollicles, gc.ZCurves]:
+        rng = np.random.default_rng(seed)
+        f, c = gc.ZFollicles(), gc.ZCurves()
+        for _ in range(4):
+            c.push(rng.random((3, 3), dtype=np.float32))
+        f.tgl, f.uid = np.zeros(4, np.int32), np.arange(4, dtype=np.int32) + seed
+        f.uvw, f.nmp = rng.random((4, 3), dtype=np.float32), rng.random((4, 3), dtype=np.float32)
+        f.twh, f.rwh = np.ones(4, np.float32), np.ones(4, np.float32)
+        return f, c
+
+    width = gc.ZWidthModifier()
+    for group in ("t", "r"):
+        for k, v in (("Width", 1.0), ("Seed", 1), ("Rand", 0.5), ("Freq", 1.0)):
+            setattr(width, group + k, v)
+        setattr(width, group + "Expr", f"{group}Width * (1 + rand * znoise(freq, x, y, z))")
+    a, b = groom(1), groom(2)
+    alone = groom(2)  # B under a modifier of its own
+    fresh = gc.ZWidthModifier()
+    for name in ("tWidth", "tSeed", "tRand", "tFreq", "tExpr", "rWidth", "rSeed", "rRand", "rFreq", "rExpr"):
+        setattr(fresh, name, getattr(width, name))
+    fresh.apply(*alone, alone[1])
+    width.apply(*a, a[1])
+    width.apply(*b, b[1])
+    stale = b[0].twh.copy()
+    width.invalidate()
+    width.apply(*b, b[1])
+    assert np.array_equal(b[0].twh, alone[0].twh) and not np.array_equal(stale, alone[0].twh)
