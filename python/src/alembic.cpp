@@ -75,8 +75,14 @@ void bindAlembic(nb::module_& m) {
 
     nb::class_<ZAlembicArchive>(m, "ZAlembicArchive", "An Ogawa Alembic archive, read-only and memory-mapped.")
         .def(nb::init<>())
-        .def("open", &ZAlembicArchive::open, nb::arg("path"), release(), doc("ZAlembicArchive.open"))
-        .def("close", &ZAlembicArchive::close)
+        .def(
+            "open",
+            [](ZAlembicArchive& a, const ZString& path) {
+                const Unlocked unlocked("open", {writing(a)});
+                return a.open(path.c_str());
+            },
+            nb::arg("path"), doc("ZAlembicArchive.open"))
+        .def("close", [](ZAlembicArchive& a) { refuseIfBusy(writing(a), "close"); a.close(); })
         .def("isOpen", &ZAlembicArchive::isOpen)
         .def("topObject", &ZAlembicArchive::topObject, doc("ZAlembicArchive.topObject"));
 

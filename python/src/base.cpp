@@ -58,7 +58,7 @@ void bindSetArray(nb::module_& m, const char* name) {
     using S = ZSetArray<T>;
     auto cls = nb::class_<S>(m, name, doc("ZSetArray"))
                    .def(nb::init<>())
-                   .def(nb::init<const S&>(), nb::arg("other"))
+                   .def("__init__", &copyInit<S>, nb::arg("other"))
                    .def("numSets", &S::numSets, doc("ZSetArray.numSets"))
                    .def("reset", [](S& s) { refuseIfViewed(s, "reset"); s.reset(); }, doc("ZSetArray.reset"))
                    .def(
@@ -157,7 +157,7 @@ void bindBase(nb::module_& m) {
     auto curves =
         nb::class_<ZCurves>(m, "ZCurves", "Control vertices of a set of strands: CV j of strand i is cvs[start[i] + j].")
             .def(nb::init<>())
-            .def(nb::init<const ZCurves&>(), nb::arg("other"))
+            .def("__init__", &copyInit<ZCurves>, nb::arg("other"))
             .def("numCurves", &ZCurves::numCurves)
             .def("reset", [](ZCurves& c) { refuseIfViewed(c, "reset"); c.reset(); })
             .def(
@@ -198,7 +198,7 @@ void bindBase(nb::module_& m) {
                 "boundingBox",
                 [](const ZCurves& c, bool rootsOnly, bool useOpenMP) {
                     checkCurves(c, "boundingBox");
-                    nb::gil_scoped_release unlocked;
+                    const Unlocked unlocked("boundingBox", {reading(c)});
                     return c.boundingBox(rootsOnly, useOpenMP);
                 },
                 nb::arg("rootsOnly"), nb::arg("useOpenMP"), doc("ZCurves.boundingBox"))
@@ -206,7 +206,7 @@ void bindBase(nb::module_& m) {
                 "write",
                 [](const ZCurves& c, const ZString& path) {
                     auto f = openOut(path);
-                    nb::gil_scoped_release unlocked;
+                    const Unlocked unlocked("write", {reading(c)});
                     c.write(f);
                 },
                 nb::arg("path"), doc("ZCurves.write"))
@@ -215,7 +215,7 @@ void bindBase(nb::module_& m) {
                 [](ZCurves& c, const ZString& path) {
                     refuseIfViewed(c, "read");
                     auto f = openIn(path);
-                    nb::gil_scoped_release unlocked;
+                    const Unlocked unlocked("read", {writing(c)});
                     return c.read(f);
                 },
                 nb::arg("path"), doc("ZCurves.read"))
@@ -226,21 +226,21 @@ void bindBase(nb::module_& m) {
 
     auto tri = nb::class_<ZTriMesh>(m, "ZTriMesh", "A triangle mesh: points, corner indices and per-corner surface coordinates.")
                    .def(nb::init<>())
-                   .def(nb::init<const ZTriMesh&>(), nb::arg("other"))
+                   .def("__init__", &copyInit<ZTriMesh>, nb::arg("other"))
                    .def("numVertices", &ZTriMesh::numVertices)
                    .def("numTriangles", &ZTriMesh::numTriangles)
                    .def("reset", [](ZTriMesh& t) { refuseIfViewed(t, "reset"); t.reset(); })
                    .def(
                        "boundingBox",
                        [](const ZTriMesh& t, bool useOpenMP) {
-                           nb::gil_scoped_release unlocked;
+                           const Unlocked unlocked("boundingBox", {reading(t)});
                            return t.boundingBox(useOpenMP);
                        },
                        nb::arg("useOpenMP"), doc("ZTriMesh.boundingBox"))
                    .def(
                        "transform",
                        [](ZTriMesh& t, const ZMatrix& mat, bool useOpenMP) {
-                           nb::gil_scoped_release unlocked;
+                           const Unlocked unlocked("transform", {writing(t)});
                            t.transform(mat, useOpenMP);
                        },
                        nb::arg("m"), nb::arg("useOpenMP"), doc("ZTriMesh.transform"))
@@ -257,7 +257,7 @@ void bindBase(nb::module_& m) {
                        [](ZTriMesh& t, const ZString& path) {
                            refuseIfViewed(t, "read");
                            auto f = openIn(path);
-                           nb::gil_scoped_release unlocked;
+                           const Unlocked unlocked("read", {writing(t)});
                            return t.read(f);
                        },
                        nb::arg("path"), doc("ZTriMesh.read"))
@@ -298,7 +298,7 @@ void bindBase(nb::module_& m) {
                 "transform",
                 [](ZPolyMesh& p, const ZMatrix& mat, bool useOpenMP) {
                     checkPolyMesh(p, "transform");
-                    nb::gil_scoped_release unlocked;
+                    const Unlocked unlocked("transform", {writing(p)});
                     p.transform(mat, useOpenMP);
                 },
                 nb::arg("m"), nb::arg("useOpenMP"), doc("ZPolyMesh.transform"))
@@ -307,7 +307,7 @@ void bindBase(nb::module_& m) {
                 [](const ZPolyMesh& p, ZTriMesh& mesh) {
                     checkPolyMesh(p, "convertTo");
                     refuseIfViewed(mesh, "convertTo");
-                    nb::gil_scoped_release unlocked;
+                    const Unlocked unlocked("convertTo", {reading(p), writing(mesh)});
                     p.convertTo(mesh);
                 },
                 nb::arg("mesh"), doc("ZPolyMesh.convertTo"))
@@ -376,7 +376,7 @@ void bindBase(nb::module_& m) {
             "build",
             [](ZPointsDistTree& t, nb::handle points) {
                 ZVectorArray p = pointsFrom(points, "build");
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked("build", {writing(t)});
                 t.build(p);
             },
             nb::arg("points"), doc("ZPointsDistTree.build"))

@@ -45,7 +45,7 @@ void cacheClass(nb::module_& m, const char* name) {
                 C& c = nb::cast<C&>(self);
                 Transforms t;
                 takeTransforms(self, c, t);
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked("bakeStaticData", hostUses(c, false));
                 return c.bakeStaticData(path);
             },
             nb::arg("path"), doc(std::string(name) + ".bakeStaticData"))
@@ -55,13 +55,17 @@ void cacheClass(nb::module_& m, const char* name) {
                 C& c = nb::cast<C&>(self);
                 Transforms t;
                 takeTransforms(self, c, t);
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked("bakePerFrameData", hostUses(c, false));
                 return c.bakePerFrameData(path, frame);
             },
             nb::arg("path"), nb::arg("frame"), doc(std::string(name) + ".bakePerFrameData"))
         .def(
-            "getInfo", [](C& c, const ZString& file) { return c.getInfo(file.c_str()); }, nb::arg("file"),
-            release(), doc(std::string(name) + ".getInfo"))
+            "getInfo",
+            [](C& c, const ZString& file) {
+                const Unlocked unlocked("getInfo", {writing(c)});
+                return c.getInfo(file.c_str());
+            },
+            nb::arg("file"), doc(std::string(name) + ".getInfo"))
         .def("__str__", [](const C& c) {
             std::ostringstream s;
             s << c;
@@ -90,14 +94,18 @@ void bindCache(nb::module_& m) {
     m.def("isValidCachePathAndCacheName", &isValidCachePathAndCacheName, nb::arg("path"), nb::arg("name"),
           release(), doc("isValidCachePathAndCacheName"));
     m.def(
-        "readInfoData", [](const ZString& dir, RuvoCacheInfo& info) { return readInfoData(dir, &info); },
-        nb::arg("cacheDirectory"), nb::arg("info"), release(), doc("readInfoData"));
+        "readInfoData",
+        [](const ZString& dir, RuvoCacheInfo& info) {
+            const Unlocked unlocked("readInfoData", {writing(info)});
+            return readInfoData(dir, &info);
+        },
+        nb::arg("cacheDirectory"), nb::arg("info"), doc("readInfoData"));
     m.def(
         "readStrandsData",
         [](const ZString& dir, int frame, ZCurves& curves, ZFollicles& follicles) {
             refuseIfViewed(curves, "readStrandsData");
             refuseIfViewed(follicles, "readStrandsData");
-            nb::gil_scoped_release unlocked;
+            const Unlocked unlocked("readStrandsData", {writing(curves), writing(follicles)});
             return readStrandsData(dir, frame, &curves, &follicles);
         },
         nb::arg("cacheDirectory"), nb::arg("frame"), nb::arg("curves"), nb::arg("follicles"), doc("readStrandsData"));
@@ -108,7 +116,7 @@ void bindCache(nb::module_& m) {
             ZAlembicObject found;
             bool ok;
             {
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked("findBodyMeshShapeNode", {});
                 ok = findBodyMeshShapeNode(path, bodyName, &found);
             }
             if (!ok) return std::nullopt;
@@ -125,7 +133,7 @@ void bindCache(nb::module_& m) {
             ZIntArray refIdx;
             ZMatrixArray invRot;
             {
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked("setRefIdxAndInvRotAndCurves", {reading(object), reading(follicles), writing(curves)});
                 setRefIdxAndInvRotAndCurves(frame, object, follicles, &curves, &refIdx, &invRot);
             }
             return nb::make_tuple(owned(std::move(refIdx)), owned(std::move(invRot)));

@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <vector>
 
 #include "base/UlmexBase.h"
 
@@ -103,7 +104,60 @@ void viewClosed(const void* array);
 // Raises BufferError when a live view looks into an array within [object, object + size).
 void refuseIfViewed(const void* object, size_t size, const char* what);
 template <typename T>
+void refuseIfViewed(const T& object, const char* what);
+
+// --------------------------------------------------------------------------- busy objects
+// A call that works without the GIL marks the objects it uses as busy while it runs: a call
+// from another thread that would change an object in use, or use an object being changed,
+// raises RuntimeError instead of racing it. Reading one object from two threads at once is
+// fine. Objects are address ranges, so an array inside a busy object is busy too.
+struct Use {
+    const void* object;
+    size_t size;
+    bool writes;
+};
+template <typename T>
+Use reading(const T& object) { return Use{&object, sizeof(T), false}; }
+template <typename T>
+Use writing(const T& object) { return Use{&object, sizeof(T), true}; }
+
+// Raises RuntimeError when a call on another thread has [object, object + size) in use in a
+// way that conflicts with this use.
+void refuseIfBusy(const Use& use, const char* what);
+
+class Busy {
+public:
+    Busy(const char* what, std::vector<Use> uses);
+    ~Busy();
+    Busy(const Busy&) = delete;
+    Busy& operator=(const Busy&) = delete;
+
+private:
+    std::vector<Use> _uses;
+};
+
+// Marks the uses busy, then releases the GIL; on leaving takes the GIL back, then frees them.
+class Unlocked {
+public:
+    Unlocked(const char* what, std::vector<Use> uses) : _busy(what, std::move(uses)) {}
+
+private:
+    Busy _busy;
+    nb::gil_scoped_release _release;
+};
+
+// A copy of `other` for a copy constructor, refused while another thread changes it.
+template <typename T>
+void copyInit(T* self, const T& other) {
+    refuseIfBusy(reading(other), "copy");
+    new (self) T(other);
+}
+
+// Calls that may reallocate an object's arrays: refused while a view looks into it or
+// another thread uses it.
+template <typename T>
 void refuseIfViewed(const T& object, const char* what) {
+    refuseIfBusy(writing(object), what);
     refuseIfViewed(static_cast<const void*>(&object), sizeof(T), what);
 }
 
@@ -116,6 +170,7 @@ nb::object view(Ulmex::ZArray<T>& array, nb::handle owner) {
         PyObject* owner;
         const void* array;
     };
+    refuseIfBusy(reading(array), "a view");
     auto* g = new Guard{owner.ptr(), &array};
     Py_INCREF(g->owner);
     viewOpened(&array);
@@ -176,6 +231,7 @@ void assign(Ulmex::ZArray<T>& array, nb::handle value, const char* what) {
     const size_t n = a.ndim() ? a.shape(0) : 0;
     if (n > size_t(INT32_MAX)) throw nb::value_error((std::string(what) + ": more than 2^31 - 1 elements").c_str());
     if (n == array.size() && n && a.data() == static_cast<const void*>(array.data())) return;  // its own view
+    refuseIfBusy(writing(array), what);
     // The same length copies into the same block, which views keep seeing; another length
     // reallocates, which no live view may see.
     if (n != array.size()) refuseIfViewed(array, what);

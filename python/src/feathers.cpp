@@ -65,7 +65,7 @@ template <typename C>
 nb::class_<C> templateClass(nb::module_& m, const char* name) {
     nb::class_<C> cls(m, name, doc(name));
     cls.def(nb::init<>())
-        .def(nb::init<const C&>(), nb::arg("other"))
+        .def("__init__", &copyInit<C>, nb::arg("other"))
         .def("reset", [](C& t) { refuseIfViewed(t, "reset"); t.reset(); }, doc(std::string(name) + ".reset"))
         .def(
             "genDisplayLists",
@@ -103,7 +103,7 @@ nb::class_<C> templateClass(nb::module_& m, const char* name) {
                     mesh.resize(t.mesh.points.size());
                     lattice.resize(t.lattice.points.size());
                     curves.resize(t.curves.cvs.size());
-                    nb::gil_scoped_release unlocked;
+                    const Unlocked unlocked("deform", {reading(t), reading(f), reading(c)});
                     t.deform(f, c, strand, scale, angle, &mesh, &lattice, &curves, useStrandBend);
                 });
             },
@@ -122,7 +122,7 @@ nb::class_<C> templateClass(nb::module_& m, const char* name) {
                     mesh.resize(t.mesh.points.size());
                     lattice.resize(t.lattice.points.size());
                     curves.resize(t.curves.cvs.size());
-                    nb::gil_scoped_release unlocked;
+                    const Unlocked unlocked("rotate", {reading(t), reading(f), reading(c)});
                     t.rotate(f, c, strand, scale, angle, &mesh, &lattice, &curves);
                 });
             },
@@ -181,7 +181,7 @@ void bindFeathers(nb::module_& m) {
             [](ZFeather& t, const ZString& path, long long offset) -> long long {
                 refuseIfViewed(t, "read");
                 auto f = openIn(path);
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked("read", {writing(t)});
                 f.seekg(offset < 0 ? 0 : offset);
                 t.read(f);
                 return f ? static_cast<long long>(f.tellg()) : -1;
@@ -215,7 +215,7 @@ void bindFeathers(nb::module_& m) {
             "setAlembic",
             [](ZSource& s, const ZString& path) {
                 refuseIfViewed(s, "setAlembic");
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked("setAlembic", {writing(s)});
                 s.setAlembic(path);
             },
             nb::arg("path"), doc("ZSource.setAlembic"))

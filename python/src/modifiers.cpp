@@ -99,7 +99,7 @@ nb::class_<C> modifier(nb::module_& m, const char* name, unsigned deformArrays, 
             [evaluateChecks](C& mod, const ZFollicles& f, const ZCurves& c) {
                 evaluateChecks(mod, f, c, "evaluate");
                 refuseIfViewed(mod, "evaluate");
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked("evaluate", {writing(mod), reading(f), reading(c)});
                 mod.evaluate(f, c);
             },
             nb::arg("follicles"), nb::arg("curves"), doc(std::string(name) + ".evaluate"))
@@ -107,7 +107,7 @@ nb::class_<C> modifier(nb::module_& m, const char* name, unsigned deformArrays, 
             "deform",
             [deformChecks](C& mod, ZFollicles& f, ZCurves& c, const ZCurves& c0) {
                 deformChecks(mod, f, c, c0, "deform");
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked("deform", {reading(mod), writing(f), writing(c), reading(c0)});
                 mod.deform(f, c, c0);
             },
             nb::arg("follicles"), nb::arg("curves"), nb::arg(guides ? "guides" : "curves0"),
@@ -118,11 +118,11 @@ nb::class_<C> modifier(nb::module_& m, const char* name, unsigned deformArrays, 
                 evaluateChecks(mod, f, c, "apply");
                 refuseIfViewed(mod, "apply");
                 {
-                    nb::gil_scoped_release unlocked;
+                    const Unlocked unlocked("apply", {writing(mod), reading(f), reading(c)});
                     mod.evaluate(f, c);
                 }
                 deformChecks(mod, f, c, c0, "apply");
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked("apply", {reading(mod), writing(f), writing(c), reading(c0)});
                 mod.deform(f, c, c0);
             },
             nb::arg("follicles"), nb::arg("curves"), nb::arg(guides ? "guides" : "curves0"),
@@ -205,7 +205,7 @@ void bindModifiers(nb::module_& m) {
             doc("ZExpression.variables"))
         .def("setWantVec", &ZExpression::setWantVec, nb::arg("wantVec"), doc("ZExpression.setWantVec"))
         .def("setExpr", &ZExpression::setExpr, nb::arg("expr"), doc("ZExpression.setExpr"))
-        .def("message", &ZExpression::message, release(), doc("ZExpression.message"))
+        .def("message", &ZExpression::message, doc("ZExpression.message"))
         .def(
             "evaluate",
             [](const ZExpression& e) {

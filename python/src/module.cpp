@@ -3,6 +3,8 @@
 #include <climits>
 #include <deque>
 #include <mutex>
+#include <stdexcept>
+#include <vector>
 #include <unordered_map>
 
 #include "common.h"
@@ -31,6 +33,59 @@ const char* doc(std::string_view key) {
 static std::unordered_map<const void*, int>& liveViews() {
     static std::unordered_map<const void*, int> views;
     return views;
+}
+
+// The objects calls without the GIL are using; guarded by its own mutex, since calls check
+// it with and without the GIL.
+namespace {
+struct BusyEntry {
+    const char* begin;
+    const char* end;
+    bool writes;
+    const char* what;
+};
+std::mutex busyMutex;
+std::vector<BusyEntry>& busyEntries() {
+    static std::vector<BusyEntry> entries;
+    return entries;
+}
+const BusyEntry* conflict(const Use& use) {
+    const char* begin = static_cast<const char*>(use.object);
+    const char* end = begin + use.size;
+    for (const BusyEntry& e : busyEntries())
+        if (begin < e.end && e.begin < end && (use.writes || e.writes)) return &e;
+    return nullptr;
+}
+[[noreturn]] void busy(const BusyEntry& e, const char* what) {
+    throw std::runtime_error(std::string(what) + ": the object is in use by " + e.what +
+                             " on another thread; call again when it has returned");
+}
+} // namespace
+
+void refuseIfBusy(const Use& use, const char* what) {
+    std::lock_guard<std::mutex> lock(busyMutex);
+    if (const BusyEntry* e = conflict(use)) busy(*e, what);
+}
+
+Busy::Busy(const char* what, std::vector<Use> uses) : _uses(std::move(uses)) {
+    std::lock_guard<std::mutex> lock(busyMutex);
+    for (const Use& u : _uses)
+        if (const BusyEntry* e = conflict(u)) busy(*e, what);
+    for (const Use& u : _uses) {
+        const char* begin = static_cast<const char*>(u.object);
+        busyEntries().push_back(BusyEntry{begin, begin + u.size, u.writes, what});
+    }
+}
+
+Busy::~Busy() {
+    std::lock_guard<std::mutex> lock(busyMutex);
+    auto& entries = busyEntries();
+    for (const Use& u : _uses)
+        for (auto it = entries.begin(); it != entries.end(); ++it)
+            if (it->begin == static_cast<const char*>(u.object) && it->writes == u.writes) {
+                entries.erase(it);
+                break;
+            }
 }
 
 void viewOpened(const void* array) { ++liveViews()[array]; }

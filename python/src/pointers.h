@@ -98,6 +98,19 @@ void transformField(Cls& cls, const char* name) {
         nb::for_getter("Per strand (float32), or None; read when a bake or export runs."));
 }
 
+// What a bake or an export uses while it runs without the GIL: the object itself (written
+// by the exporter, read by a bake) and everything it points at, read.
+template <typename C>
+std::vector<Use> hostUses(const C& c, bool writesSelf) {
+    std::vector<Use> uses{writesSelf ? writing(c) : reading(c)};
+    if (c.follicles) uses.push_back(reading(*c.follicles));
+    if (c.curves) uses.push_back(reading(*c.curves));
+    if (c.boundingBox) uses.push_back(reading(*c.boundingBox));
+    for (const auto* f : c.feathers)
+        if (f) uses.push_back(reading(*f));
+    return uses;
+}
+
 // What both the cache classes and the exporter point at: the strands, their box, the
 // feather kinds and the per-strand feather transforms.
 template <typename C, typename Cls>

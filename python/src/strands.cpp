@@ -14,7 +14,7 @@ void randomSetter(nb::class_<ZFollicles>& cls, const char* name) {
         name,
         [name](ZFollicles& f, float lo, float hi, bool useOpenMP) {
             checkFollicles(f, Uid | Target, name);
-            nb::gil_scoped_release unlocked;
+            const Unlocked unlocked(name, {writing(f)});
             (f.*Setter)(lo, hi, useOpenMP);
         },
         nb::arg("min"), nb::arg("max"), nb::arg("useOpenMP"), doc(std::string("ZFollicles.") + name));
@@ -25,7 +25,7 @@ void randomSetter(nb::class_<ZFollicles>& cls, const char* name) {
 void bindStrands(nb::module_& m) {
     nb::class_<ZFollicles> cls(m, "ZFollicles", doc("ZFollicles"));
     cls.def(nb::init<>())
-        .def(nb::init<const ZFollicles&>(), nb::arg("other"))
+        .def("__init__", &copyInit<ZFollicles>, nb::arg("other"))
         .def_rw("maxLn0", &ZFollicles::maxLn0, doc("ZFollicles.maxLn0"))
         .def_rw("maxLn1", &ZFollicles::maxLn1, doc("ZFollicles.maxLn1"))
         .def_prop_ro(
@@ -40,7 +40,7 @@ void bindStrands(nb::module_& m) {
             "calcRxy",
             [](ZFollicles& f, const ZCurves& curves, bool useOpenMP) {
                 checkGroom(f, curves, Axs | Rxy, "calcRxy");
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked("calcRxy", {writing(f), reading(curves)});
                 return f.calcRxy(curves, useOpenMP);
             },
             nb::arg("curves"), nb::arg("useOpenMP"), doc("ZFollicles.calcRxy"))
@@ -51,7 +51,7 @@ void bindStrands(nb::module_& m) {
                 assign(axes, vertexAxes, "vertexAxes");
                 checkFollicles(f, Bcc | Axs, "updateAxes");
                 checkTriMesh(mesh, "updateAxes");
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked("updateAxes", {writing(f), reading(mesh)});
                 return f.updateAxes(mesh, axes, useOpenMP);
             },
             nb::arg("mesh"), nb::arg("vertexAxes"), nb::arg("useOpenMP"),
@@ -82,7 +82,7 @@ void bindStrands(nb::module_& m) {
             "write",
             [](const ZFollicles& f, const ZString& path, bool isStatic) {
                 auto file = openOut(path);
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked("write", {reading(f)});
                 f.write(file, isStatic);
             },
             nb::arg("path"), nb::arg("isStatic"), doc("ZFollicles.write"))
@@ -91,7 +91,7 @@ void bindStrands(nb::module_& m) {
             [](ZFollicles& f, const ZString& path) {
                 refuseIfViewed(f, "read");
                 auto file = openIn(path);
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked("read", {writing(f)});
                 f.read(file);
             },
             nb::arg("path"), doc("ZFollicles.read"))
@@ -104,7 +104,7 @@ void bindStrands(nb::module_& m) {
                 if (source.bdi.numSets() > 0) checkSets(source.bdi, "from_");
                 if (source.bdw.numSets() > 0) checkSets(source.bdw, "from_");
                 refuseIfViewed(f, "from_");
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked("from_", {writing(f), reading(source)});
                 f.from(source, k);
             },
             nb::arg("source"), nb::arg("keep"),
@@ -115,13 +115,14 @@ void bindStrands(nb::module_& m) {
             "append",
             [](ZFollicles& f, const ZFollicles& other, bool withBindings) {
                 refuseIfViewed(f, "append");
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked("append", {writing(f), reading(other)});
                 f.append(other, withBindings);
             },
             nb::arg("other"), nb::arg("withBindings"), doc("ZFollicles.append"))
         .def(
             "assign", [](ZFollicles& f, const ZFollicles& other) {
                 refuseIfViewed(f, "assign");
+                refuseIfBusy(reading(other), "assign");
                 f = other;
             },
             nb::arg("other"), "C++ assignment: every array and maximum of `other`.")

@@ -108,7 +108,7 @@ void bindUsd(nb::module_& m) {
                 takeTransforms(self, x, t);
                 checkExport(x, "writeGeometryToUSD", x.featherMode);
                 loadPluginsApartFromPython();
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked("writeGeometryToUSD", hostUses(x, true));
                 x.writeGeometryToUSD(time, high, subFrame);
             },
             nb::arg("time"), nb::arg("high"), nb::arg("subFrame"), doc("ZCurvesToUSD.writeGeometryToUSD"))
@@ -120,7 +120,7 @@ void bindUsd(nb::module_& m) {
                 takeTransforms(self, x, t);
                 checkExport(x, "writeAttributeToUSD", x.featherMode);
                 loadPluginsApartFromPython();
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked("writeAttributeToUSD", hostUses(x, true));
                 x.writeAttributeToUSD(high);
             },
             nb::arg("high"), doc("ZCurvesToUSD.writeAttributeToUSD"));
@@ -135,7 +135,7 @@ void bindUsd(nb::module_& m) {
                 Transforms t;
                 takeTransforms(self, x, t);
                 checkExport(x, name, feathers);
-                nb::gil_scoped_release unlocked;
+                const Unlocked unlocked(name, hostUses(x, true));
                 (x.*fn)();
             },
             doc(std::string("ZCurvesToUSD.") + name));

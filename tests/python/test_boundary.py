@@ -343,3 +343,52 @@ def test_invalidate_makes_a_modifier_recompute_for_another_groom_of_the_same_cou
     width.invalidate()
     width.apply(*b, b[1])
     assert np.array_equal(b[0].twh, alone[0].twh) and not np.array_equal(stale, alone[0].twh)
+
+
+def test_an_object_busy_on_another_thread_is_refused_not_raced(tmp_path: Path) -> None:
+    # A large frame on disk, read on one thread while the main thread copies, views,
+    # assigns and shapes the same objects as fast as it can.
+    n, m = 200_000, 8
+    c, f = gc.ZCurves(), gc.ZFollicles()
+    c.numCVs, c.start = np.full(n, m, np.int32), np.arange(0, n * m, m, dtype=np.int32)
+    c.cvs = np.random.default_rng(1).random((n * m, 3), dtype=np.float32)
+    f.tgl, f.axs, f.rxy = np.zeros(n, np.int32), np.zeros((n, 4, 3), np.float32), np.zeros((n, 2), np.float32)
+    cache = gc.ZCacheData2()
+    cache.nodeName, cache.follicles, cache.curves, cache.boundingBox = "hair", f, c, c.boundingBox(False, False)
+    (tmp_path / "hair").mkdir()
+    assert cache.bakePerFrameData(str(tmp_path), 1)
+    frame = str(tmp_path / "hair")
+
+    target_c, target_f = gc.ZCurves(), gc.ZFollicles()
+    stop = threading.Event()
+    reads = 0
+
+    def reader() -> None:
+        nonlocal reads
+        while not stop.is_set():
+            try:
+                gc.readStrandsData(frame, 1, target_c, target_f)
+                reads += 1
+            except (RuntimeError, BufferError):
+                pass
+
+    thread = threading.Thread(target=reader)
+    thread.start()
+    refused = 0
+    try:
+        for _ in range(300):
+            for attempt in (
+                lambda: gc.ZCurves(target_c),
+                lambda: gc.ZFollicles(target_f),
+                lambda: target_f.calcRxy(target_c, False),
+                lambda: target_c.cvs.sum(),
+                lambda: setattr(target_c, "numCVs", np.ones(3, np.int32)),
+            ):
+                try:
+                    attempt()
+                except (RuntimeError, BufferError, ValueError) as e:
+                    refused += isinstance(e, RuntimeError) and "in use by readStrandsData" in str(e)
+    finally:
+        stop.set()
+        thread.join()
+    assert reads > 0 and refused > 0
