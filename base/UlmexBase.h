@@ -9,6 +9,7 @@
 #include "base/ZDataUnit.h"
 #include "base/ZImageMap.h"
 #include "base/ZMatrix.h"
+#include "base/ZMessage.h"
 #include "base/ZPointsDistTree.h"
 #include "base/ZPolyMesh.h"
 #include "base/ZQuadMesh.h"

@@ -13,6 +13,7 @@
 #include "base/ZAxis.h"
 #include "base/ZDataUnit.h"
 #include "base/ZMatrix.h"
+#include "base/ZMessage.h"
 #include "base/ZStream.h"
 #include "base/ZString.h"
 #include "base/ZTuple.h"
@@ -134,7 +135,7 @@ void ZArray<T>::from(const ZArray<T>& source, const ZArray<char>& keep) {
     this->clear();
     if (source.empty()) return;
     if (source.size() != keep.size()) {
-        std::cout << "Error@ZArray::from(): Invalid input data." << std::endl;
+        ZReport("Error@ZArray::from(): Invalid input data.");
         return;
     }
     size_t count = 0;
@@ -159,7 +160,7 @@ template <typename T>
 double ZArray<T>::usedMemorySize(ZDataUnit::DataUnit unit) const {
     const double scale = ZDataUnit::scale(unit);
     if (scale < 0.0) {
-        std::cout << "Error@ZArray::usedMemorySize(): Invalid data unit." << std::endl;
+        ZReport("Error@ZArray::usedMemorySize(): Invalid data unit.");
         return 0.0;
     }
     return static_cast<double>(this->size()) * static_cast<double>(sizeof(T)) * scale;

@@ -19,7 +19,7 @@ const char* const kFailedToWrite = "Error@ZCacheData::bakeStaticData(): Failed t
 bool openOut(std::ofstream& out, const ZString& file) {
     out.open(file.c_str(), std::ios::out | std::ios::trunc);
     if (out.is_open()) return true;
-    std::cout << kFailedToWrite << file << std::endl;
+    ZReport(kFailedToWrite + static_cast<const std::string&>(file));
     return false;
 }
 
@@ -100,7 +100,7 @@ bool writeSourcesFile(const std::vector<ZSource*>& sources, const ZString& file,
     return true;
 }
 
-void report(const char* what) { std::cout << "Error@ZCacheData::bakeStaticData(): " << what << std::endl; }
+void report(const char* what) { ZReport(std::string("Error@ZCacheData::bakeStaticData(): ") + what); }
 
 // What a bake needs before it writes anything, so that a refused bake leaves nothing half
 // written: the strands (and for a frame their bounds), no null feather or source, and for
@@ -150,7 +150,7 @@ bool ZCacheCommon::bakeStatic(const BakeInput& in, const ZString& path) {
     const int32_t sourceCount = in.sources ? static_cast<int32_t>(in.sources->size()) : 0;
     const ZString dir = path + "/" + *in.nodeName;
     if (!ZCreateDirectory(dir.c_str(), 0755)) {
-        std::cout << "Error@ZCacheData::bakeStaticData(): Failed to create directory: " << dir << std::endl;
+        ZReport("Error@ZCacheData::bakeStaticData(): Failed to create directory: " + dir);
         return false;
     }
     if (!writeInfo(in, dir + "/info", featherCount, sourceCount)) return false;

@@ -19,11 +19,11 @@ void ZModifier::getAttributeNames(ZStringArray& names) const {
 void ZModifier::append(const char* name, ZImageMap& map) {
     if (find(name)) return;
     if (map.filePath == "") {
-        std::cout << "Error@ZModifier::append(): No file." << std::endl;
+        Ulmex::ZReport("Error@ZModifier::append(): No file.");
         return;
     }
     if (!ZFileExist(map.filePath.asChar())) {
-        std::cout << "Error@ZModifier::append(): Failed to find: " << map.filePath << std::endl;
+        Ulmex::ZReport("Error@ZModifier::append(): Failed to find: " + map.filePath);
         return;
     }
     attributeMaps.emplace_back(ZString(name), &map);

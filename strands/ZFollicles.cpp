@@ -119,7 +119,7 @@ bool ZFollicles::updateAxes(const ZTriMesh& mesh, const ZAxisArray& vertexAxes, 
     const bool valid = mesh.points.length() > 0 && mesh.v012.length() > 0 && mesh.uvs.length() > 0 &&
                        vertexAxes.length() == mesh.points.length();
     if (!valid) {
-        std::cout << "Error@ZFollicles::setLocalAxes(): Invalid input data." << std::endl;
+        Ulmex::ZReport("Error@ZFollicles::setLocalAxes(): Invalid input data.");
         return false;
     }
     {

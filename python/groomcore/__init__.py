@@ -3,7 +3,22 @@
 Every class and function of the C++ library, under its C++ name. Per-strand and per-CV
 arrays are numpy views of the library's memory (``curves.cvs`` is an (n, 3) float32 view);
 assigning a numpy array copies it in. A call that could resize an array while a view of it
-is alive raises BufferError instead.
+is alive raises BufferError instead. The library's report lines go to the `logging`
+logger "groomcore".
 """
 
+import logging
+
 from ._groomcore import *  # noqa: F403
+from ._groomcore import setMessageSink
+
+# The library's report lines ("Error@ZModifier::append(): No file.") go to this logger
+# rather than to standard output; setMessageSink(None) gives them back to standard output.
+logger = logging.getLogger("groomcore")
+
+
+def _report(line: str) -> None:
+    logger.error(line)
+
+
+setMessageSink(_report)

@@ -1,6 +1,7 @@
 // The extension module groomcore._groomcore: one binding unit per subsystem, and the
 // helpers they share.
 #include <climits>
+#include <cstdio>
 #include <deque>
 #include <mutex>
 #include <stdexcept>
@@ -200,7 +201,43 @@ void checkIndex(long long index, long long size, const char* what) {
 
 } // namespace gcpy
 
+namespace {
+
+// The Python callable the library's report lines go to, or None for standard output. Held
+// for the process's life: the sink may be called after the module's objects are gone.
+nb::object& pythonSink() {
+    static nb::object* sink = new nb::object(nb::none());
+    return *sink;
+}
+
+void toPython(const std::string& line, void*) {
+    if (!Py_IsInitialized() || _Py_IsFinalizing()) {
+        std::fputs((line + "\n").c_str(), stdout);
+        return;
+    }
+    nb::gil_scoped_acquire held;  // reports may come from threads running without the GIL
+    try {
+        pythonSink()(line);
+    } catch (nb::python_error& e) {
+        e.discard_as_unraisable("groomcore message sink");
+    }
+}
+
+} // namespace
+
 NB_MODULE(_groomcore, m) {
+    m.def(
+        "setMessageSink",
+        [](nb::handle sink) {
+            if (!sink.is_none() && !PyCallable_Check(sink.ptr()))
+                throw nb::type_error(("setMessageSink: expected a callable or None, got " + gcpy::typeName(sink)).c_str());
+            pythonSink() = nb::borrow(sink);
+            Ulmex::ZSetMessageSink(sink.is_none() ? nullptr : &toPython, nullptr);
+        },
+        nb::arg("sink").none(), nb::sig("def setMessageSink(sink: typing.Callable[[str], object] | None) -> None"),
+        "Routes the library's report lines (\"Error@...\"), one string each, to `sink`; None sends them to "
+        "standard output, the C++ default. The package routes them to the logging logger \"groomcore\" at "
+        "import. The sink may be called from any thread.");
     m.doc() = "groomcore: strands, modifiers, feathers, caches, Alembic bodies and USD export.";
     gcpy::bindBase(m);
     gcpy::bindAlembic(m);

@@ -1,6 +1,7 @@
 // ZArray and the set arrays: sizing, merging, memory figures and the binary forms.
 #include <gtest/gtest.h>
 
+#include <mutex>
 #include <random>
 
 #include "base/UlmexBase.h"
@@ -181,4 +182,31 @@ TEST(SetArrayBinary, InconsistentCountsAreRejected) {
     EXPECT_FALSE(attempt({2, 2}, {5, 6, 7}));   // sets run past the values
     EXPECT_FALSE(attempt({-1, 4}, {5, 6, 7}));  // negative count
     EXPECT_FALSE(attempt({0x7fffffff, 0x7fffffff}, {1}));
+}
+
+// Report lines go to standard output unless a host routes them to its own sink, from
+// whichever thread reports.
+TEST(Messages, StandardOutputByDefaultOrTheHostsSink) {
+    ZArray<int> a{1, 2, 3};
+    const ZArray<char> wrongKeep{1};
+    testing::internal::CaptureStdout();
+    ZArray<int>().from(a, wrongKeep);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Error@ZArray::from(): Invalid input data.\n");
+
+    std::vector<std::string> lines;
+    std::mutex guard;
+    std::pair<std::vector<std::string>*, std::mutex*> context(&lines, &guard);
+    ZSetMessageSink(
+        [](const std::string& line, void* context) {
+            auto* sink = static_cast<std::pair<std::vector<std::string>*, std::mutex*>*>(context);
+            std::lock_guard<std::mutex> lock(*sink->second);
+            sink->first->push_back(line);
+        },
+        &context);
+    testing::internal::CaptureStdout();
+    #pragma omp parallel num_threads(4)
+    ZArray<int>().from(a, wrongKeep);
+    ZSetMessageSink(nullptr, nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(lines, std::vector<std::string>(4, "Error@ZArray::from(): Invalid input data."));
 }

@@ -392,3 +392,30 @@ def test_an_object_busy_on_another_thread_is_refused_not_raced(tmp_path: Path) -
         stop.set()
         thread.join()
     assert reads > 0 and refused > 0
+
+
+def test_report_lines_go_to_logging_or_to_a_sink_of_the_hosts(
+    tmp_path: Path, caplog: pytest.LogCaptureFixture, capfd: pytest.CaptureFixture[str]
+) -> None:
+    cache = gc.ZCacheData2()
+    cache.nodeName = "hair"
+    with caplog.at_level("ERROR", logger="groomcore"):
+        assert not cache.bakePerFrameData(str(tmp_path), 1)  # reported while the GIL is released
+        gc.ZWidthModifier().append("density", gc.ZImageMap())
+    assert [r.getMessage() for r in caplog.records] == [
+        "Error@ZCacheData::bakeStaticData(): No data.",
+        "Error@ZModifier::append(): No file.",
+    ]
+    assert "Error@" not in capfd.readouterr().out
+    lines: list[str] = []
+    try:
+        gc.setMessageSink(lines.append)
+        assert not cache.bakePerFrameData(str(tmp_path), 1)
+        gc.setMessageSink(None)  # the C++ default: standard output
+        assert not cache.bakePerFrameData(str(tmp_path), 1)
+    finally:
+        gc.setMessageSink(gc._report)
+    assert lines == ["Error@ZCacheData::bakeStaticData(): No data."]
+    assert capfd.readouterr().out == "Error@ZCacheData::bakeStaticData(): No data.\n"
+    with pytest.raises(TypeError, match="expected a callable or None, got int"):
+        gc.setMessageSink(3)  # type: ignore[arg-type]
