@@ -237,14 +237,15 @@ bool storedIndex(const PropertyHeader& h, int sample, std::uint64_t& index) {
 }
 
 // The values of an array sample: `count` elements of `pod` x `extent`, behind the 16-byte
-// key. Refused when the property is of another type.
+// key, in the block `held`, which the caller keeps while it reads them. Refused when the
+// property is of another type.
 bool arrayValues(const Property& p, int sample, int pod, int extent, const std::uint8_t*& values,
-                 std::uint64_t& count) {
+                 std::uint64_t& count, ogawa::Data& held) {
     std::uint64_t idx;
     if (!p.valid || p.header.type != 2 || p.header.pod != pod || p.header.extent != extent ||
         !storedIndex(p.header, sample, idx))
         return false;
-    const ogawa::Data d = p.group.data(2 * idx);
+    const ogawa::Data& d = held = p.group.data(2 * idx);
     const std::uint64_t element = static_cast<std::uint64_t>(podBytes(pod)) * static_cast<std::uint64_t>(extent);
     if (element == 0) return false;
     if (d.size < 16) {
@@ -258,10 +259,12 @@ bool arrayValues(const Property& p, int sample, int pod, int extent, const std::
     return true;
 }
 
-bool scalarValues(const Property& p, int sample, int pod, const std::uint8_t*& values, int& extent) {
+// `values` point into `held`, which the caller keeps while it reads them (as for arrayValues).
+bool scalarValues(const Property& p, int sample, int pod, const std::uint8_t*& values, int& extent,
+                  ogawa::Data& held) {
     std::uint64_t idx;
     if (!p.valid || p.header.type != 1 || p.header.pod != pod || !storedIndex(p.header, sample, idx)) return false;
-    const ogawa::Data d = p.group.data(idx);
+    const ogawa::Data& d = held = p.group.data(idx);
     extent = p.header.extent;
     if (d.size != 16 + static_cast<std::uint64_t>(podBytes(pod)) * static_cast<std::uint64_t>(extent)) return false;
     values = d.ptr + 16;
@@ -285,7 +288,8 @@ bool readArray(const Property& p, int sample, int pod, int extent, ZArray<T>& ou
     static_assert(std::is_trivially_copyable<T>::value, "raw element type needed");
     const std::uint8_t* v = nullptr;
     std::uint64_t count = 0;
-    if (!arrayValues(p, sample, pod, extent, v, count)) return false;
+    ogawa::Data held;
+    if (!arrayValues(p, sample, pod, extent, v, count, held)) return false;
     const std::uint64_t bytes = count * static_cast<std::uint64_t>(podBytes(pod) * extent);
     out.resize(static_cast<size_t>(bytes / sizeof(T)));
     if (!out.empty()) std::memcpy(out.data(), v, out.size() * sizeof(T));
@@ -362,7 +366,8 @@ bool xformOps(const Archive& a, const ogawa::Group& objGroup, int sample, std::v
     const std::uint8_t* codes = nullptr;
     int numOps = 0;
     ops.clear();
-    if (opsProp.valid && scalarValues(opsProp, 0, kU8, codes, numOps)) {
+    ogawa::Data held;
+    if (opsProp.valid && scalarValues(opsProp, 0, kU8, codes, numOps, held)) {
         for (int i = 0; i < numOps; ++i) {
             const int type = codes[i] >> 4;
             static const int channels[] = {3, 3, 4, 16, 1, 1, 1};
@@ -380,9 +385,10 @@ bool xformOps(const Archive& a, const ogawa::Group& objGroup, int sample, std::v
     const std::uint8_t* raw = nullptr;
     int extent = 0;
     std::uint64_t count = 0;
-    if (scalarValues(vals, sample, kF64, raw, extent)) {
+    if (scalarValues(vals, sample, kF64, raw, extent, held)) {
         v.resize(static_cast<size_t>(extent));
-    } else if (vals.valid && vals.header.type == 2 && arrayValues(vals, sample, kF64, vals.header.extent, raw, count)) {
+    } else if (vals.valid && vals.header.type == 2 &&
+               arrayValues(vals, sample, kF64, vals.header.extent, raw, count, held)) {
         v.resize(static_cast<size_t>(count) * static_cast<size_t>(vals.header.extent));
     }
     if (!v.empty()) std::memcpy(v.data(), raw, v.size() * sizeof(double));
@@ -392,7 +398,7 @@ bool xformOps(const Archive& a, const ogawa::Group& objGroup, int sample, std::v
     const Property inh = findProperty(a, xf.group, ".inherits");
     const std::uint8_t* flag = nullptr;
     int one = 0;
-    if (scalarValues(inh, sample, kBool, flag, one) && one == 1) inherits = flag[0] != 0;
+    if (scalarValues(inh, sample, kBool, flag, one, held) && one == 1) inherits = flag[0] != 0;
     return true;
 }
 
@@ -721,7 +727,8 @@ bool ZAlembicObject::getPolyMeshData(ZVectorArray* points, ZVectorArray* velocit
         const std::uint8_t* raw = nullptr;
         int extent = 0;
         double b[6];
-        if (scalarValues(findProperty(a, gg, ".selfBnds"), sample, kF64, raw, extent) && extent == 6) {
+        ogawa::Data held;
+        if (scalarValues(findProperty(a, gg, ".selfBnds"), sample, kF64, raw, extent, held) && extent == 6) {
             std::memcpy(b, raw, sizeof b);
             box->minPoint = ZVector(float(b[0]), float(b[1]), float(b[2]));
             box->maxPoint = ZVector(float(b[3]), float(b[4]), float(b[5]));
@@ -770,8 +777,10 @@ bool ZAlembicObject::getPolyMeshViews(ZAlembicArrayView* points, ZAlembicArrayVi
         if (!out) return;
         const std::uint8_t* v = nullptr;
         std::uint64_t count = 0;
-        *out = arrayValues(p, sample, pod, extent, v, count) ? ZAlembicArrayView{v, static_cast<size_t>(count)}
-                                                              : ZAlembicArrayView{};
+        ogawa::Data held;
+        *out = arrayValues(p, sample, pod, extent, v, count, held)
+                   ? ZAlembicArrayView{v, static_cast<size_t>(count), held.bytes}
+                   : ZAlembicArrayView{};
     };
     view(points, P, kF32, 3);
     view(counts, findProperty(a, gg, ".faceCounts"), kI32, 1);

@@ -29,12 +29,13 @@ struct Archive;
 
 class ZAlembicObject;
 
-// One array sample as it lies in the mapped file, not copied: `count` elements at `data`,
-// little-endian and not aligned (read each with memcpy). Valid as long as any object of
-// its archive exists.
+// One array sample as read from the file in one block: `count` elements at `data`,
+// little-endian and not aligned (read each with memcpy). The view holds its block: valid
+// as long as the view (or a copy of it) lives, whatever happens to the file.
 struct ZAlembicArrayView {
     const unsigned char* data = nullptr;
     size_t count = 0;
+    std::shared_ptr<const void> block;
 };
 class ZAlembicObjectArray;
 void GetAllDescendantObjects(const ZAlembicObject& object, ZAlembicObjectArray& objects, bool leavesOnly);

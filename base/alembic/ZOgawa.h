@@ -1,13 +1,17 @@
 // Read-only access to an Ogawa container, the file format under every current Alembic
 // archive: a tree of groups whose children are either groups or blocks of data, addressed
-// by 64-bit file offsets. The file is memory-mapped; every offset and count it states is
-// checked against the file's size before use, so a corrupt or hostile file yields empty
-// groups and data, never a read outside the mapping.
+// by 64-bit file offsets. The file is read with pread into buffers the groups and data
+// own, never mapped: a file truncated or rewritten while it is open (a DCC exporting over
+// it) yields short reads, which read as empty groups and data, never a signal. Every
+// offset and count the file states is checked against its size before use, so a corrupt
+// or hostile file yields empty groups and data, never a read outside a buffer, and no
+// allocation larger than the file.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace Ulmex {
 namespace ogawa {
@@ -16,31 +20,35 @@ namespace ogawa {
 // usable after the archive that opened them is closed.
 class File {
 public:
-    // Null when the file cannot be opened or mapped, or is not an Ogawa file, not marked as
-    // fully written, or of another Ogawa version than 1. `isHdf5` is set for an Alembic
-    // archive of the older HDF5 kind, which is not read.
+    // Null when the file cannot be opened, is no regular file, or is not an Ogawa file,
+    // not marked as fully written, or of another Ogawa version than 1. `isHdf5` is set for
+    // an Alembic archive of the older HDF5 kind, which is not read.
     static std::shared_ptr<const File> open(const char* path, bool* isHdf5 = nullptr);
     ~File();
     File(const File&) = delete;
     File& operator=(const File&) = delete;
 
-    const std::uint8_t* bytes() const { return _bytes; }
+    // The size when opened: every offset is checked against it.
     std::uint64_t size() const { return _size; }
     std::uint64_t rootGroup() const;
 
     // The 64-bit little-endian value at `pos`, 0 where it would lie outside the file.
     std::uint64_t u64(std::uint64_t pos) const;
+    // Reads `n` bytes at `pos` into `out`; false when the file (as it is now) has fewer.
+    bool read(std::uint64_t pos, std::uint64_t n, void* out) const;
 
 private:
     File() = default;
-    const std::uint8_t* _bytes = nullptr;
+    int _fd = -1;
     std::uint64_t _size = 0;
 };
 
-// A block of bytes inside the mapping; empty when missing or out of bounds.
+// A block of bytes read from the file, held by `bytes` for as long as a copy of this
+// object lives; empty when missing, out of bounds, or no longer in the file.
 struct Data {
     const std::uint8_t* ptr = nullptr;
     std::uint64_t size = 0;
+    std::shared_ptr<const std::vector<std::uint8_t>> bytes;
 };
 
 class Group {
@@ -61,6 +69,7 @@ private:
     const File* _file = nullptr;
     std::uint64_t _pos = 0;
     std::uint64_t _count = 0;
+    std::shared_ptr<const std::vector<std::uint64_t>> _children;  // read once, shared by copies
 };
 
 } // namespace ogawa

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <filesystem>
 #include <cstdlib>
 #include <random>
 
@@ -403,4 +405,42 @@ TEST(AlembicFromDccs, AWalkByIndexOverTenThousandSiblings) {
     source.setAlembic(fixture("wide.abc"));
     EXPECT_EQ(source.mesh.numVertices(), 3);
     EXPECT_EQ(source.mesh.numTriangles(), 1);
+}
+
+// A DCC exporting over a body that a host has open: the file is cut short or rewritten in
+// place. Reads after that give an error or what was read before, never a signal; views
+// taken before keep their values.
+TEST(AlembicReader, AFileChangedUnderAnOpenArchiveGivesAnErrorNotASignal) {
+    testutil::TempDir tmp;
+    const std::string path = tmp.file("body.abc");
+    const std::vector<char> bytes = testutil::readBytes(fixture("body.abc"));
+    testutil::writeBytes(path, bytes);
+    ZAlembicObject body;
+    ASSERT_TRUE(findBodyMeshShapeNode(path, "Body", &body));
+    ZVectorArray before, after;
+    ASSERT_TRUE(body.getPolyMeshData(&before, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 1));
+    ZAlembicArrayView view;
+    ASSERT_TRUE(body.getPolyMeshViews(&view, nullptr, nullptr, nullptr, 1));
+    ASSERT_EQ(view.count, before.size());
+
+    for (size_t keep : {bytes.size() / 2, size_t(64), size_t(0)}) {
+        std::filesystem::resize_file(path, keep);  // truncated in place: the open file shrinks
+        for (int sample = 0; sample < 3; ++sample) {
+            after.clear();
+            const bool ok =
+                body.getPolyMeshData(&after, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, sample);
+            EXPECT_TRUE(!ok || after.size() <= before.size()) << keep;
+        }
+        ZAlembicObjectArray all;
+        GetAllDescendantObjects(body, all, false);
+    }
+    // Rewritten with other bytes of the same length: no signal either.
+    std::vector<char> noise(bytes.size());
+    for (size_t i = 0; i < noise.size(); ++i) noise[i] = static_cast<char>(i * 131 + 7);
+    testutil::writeBytes(path, noise);
+    body.getPolyMeshData(&after, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, 2);
+    // The view read before holds its own block.
+    std::vector<ZVector> viewed(view.count);
+    std::memcpy(viewed.data(), view.data, view.count * sizeof(ZVector));
+    EXPECT_TRUE(std::equal(viewed.begin(), viewed.end(), before.begin()));
 }
