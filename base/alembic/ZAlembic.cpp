@@ -239,24 +239,36 @@ bool storedIndex(const PropertyHeader& h, int sample, std::uint64_t& index) {
 // The values of an array sample: `count` elements of `pod` x `extent`, behind the 16-byte
 // key, in the block `held`, which the caller keeps while it reads them. Refused when the
 // property is of another type.
-bool arrayValues(const Property& p, int sample, int pod, int extent, const std::uint8_t*& values,
-                 std::uint64_t& count, ogawa::Data& held) {
+// Where the values of an array sample lie in the file (`at`, 0 when it holds none) and how
+// many elements there are, without reading them.
+bool arrayExtent(const Property& p, int sample, int pod, int extent, std::uint64_t& at, std::uint64_t& count) {
     std::uint64_t idx;
     if (!p.valid || p.header.type != 2 || p.header.pod != pod || p.header.extent != extent ||
         !storedIndex(p.header, sample, idx))
         return false;
-    const ogawa::Data& d = held = p.group.data(2 * idx);
+    std::uint64_t pos, size;
+    p.group.dataExtent(2 * idx, pos, size);
     const std::uint64_t element = static_cast<std::uint64_t>(podBytes(pod)) * static_cast<std::uint64_t>(extent);
     if (element == 0) return false;
-    if (d.size < 16) {
-        values = nullptr;
-        count = 0;
-        return d.size == 0;
-    }
-    count = (d.size - 16) / element;
+    at = count = 0;
+    if (size < 16) return size == 0;
+    count = (size - 16) / element;
     if (count > static_cast<std::uint64_t>(INT_MAX)) return false;
-    values = d.ptr + 16;
+    at = pos + 16;
     return true;
+}
+
+bool arrayValues(const Property& p, int sample, int pod, int extent, const std::uint8_t*& values,
+                 std::uint64_t& count, ogawa::Data& held) {
+    std::uint64_t at;
+    if (!arrayExtent(p, sample, pod, extent, at, count)) return false;
+    values = nullptr;
+    if (count == 0) return true;
+    const std::uint64_t bytes = count * static_cast<std::uint64_t>(podBytes(pod)) * static_cast<std::uint64_t>(extent);
+    values = p.group.file()->bytes(at, bytes, held.hold);
+    held.ptr = values;
+    held.size = bytes;
+    return values != nullptr;
 }
 
 // `values` point into `held`, which the caller keeps while it reads them (as for arrayValues).
@@ -286,14 +298,13 @@ bool scalarString(const Property& p, std::string& out) {
 template <typename T>
 bool readArray(const Property& p, int sample, int pod, int extent, ZArray<T>& out) {
     static_assert(std::is_trivially_copyable<T>::value, "raw element type needed");
-    const std::uint8_t* v = nullptr;
-    std::uint64_t count = 0;
-    ogawa::Data held;
-    if (!arrayValues(p, sample, pod, extent, v, count, held)) return false;
+    std::uint64_t at = 0, count = 0;
+    if (!arrayExtent(p, sample, pod, extent, at, count)) return false;
     const std::uint64_t bytes = count * static_cast<std::uint64_t>(podBytes(pod) * extent);
+    // Straight from the file into the caller's array, which keeps its memory from one read
+    // to the next.
     out.resize(static_cast<size_t>(bytes / sizeof(T)));
-    if (!out.empty()) std::memcpy(out.data(), v, out.size() * sizeof(T));
-    return true;
+    return out.empty() || p.group.file()->read(at, out.size() * sizeof(T), out.data());
 }
 
 // The value of `key` in metadata "key=value;key=value"; empty if absent.
@@ -779,7 +790,7 @@ bool ZAlembicObject::getPolyMeshViews(ZAlembicArrayView* points, ZAlembicArrayVi
         std::uint64_t count = 0;
         ogawa::Data held;
         *out = arrayValues(p, sample, pod, extent, v, count, held)
-                   ? ZAlembicArrayView{v, static_cast<size_t>(count), held.bytes}
+                   ? ZAlembicArrayView{v, static_cast<size_t>(count), held.hold}
                    : ZAlembicArrayView{};
     };
     view(points, P, kF32, 3);

@@ -61,9 +61,48 @@ bool File::read(std::uint64_t pos, std::uint64_t n, void* out) const {
     return true;
 }
 
+namespace {
+constexpr std::uint64_t kPageBytes = 64 * 1024;
+constexpr std::uint64_t kMaxCachedBytes = 32 * 1024 * 1024;
+} // namespace
+
+std::shared_ptr<const std::vector<std::uint8_t>> File::page(std::uint64_t index) const {
+    std::lock_guard<std::mutex> lock(_pagesMutex);
+    auto it = _pages.find(index);
+    if (it != _pages.end()) return it->second;
+    const std::uint64_t at = index * kPageBytes, n = std::min(kPageBytes, _size - at);
+    auto bytes = std::make_shared<std::vector<std::uint8_t>>(static_cast<size_t>(n));
+    if (!read(at, n, bytes->data())) return nullptr;
+    // A bounded cache: past the bound it starts again (pages in use stay alive with their
+    // holders).
+    if (_cachedBytes + n > kMaxCachedBytes) {
+        _pages.clear();
+        _cachedBytes = 0;
+    }
+    _cachedBytes += n;
+    return _pages.emplace(index, std::move(bytes)).first->second;
+}
+
+const std::uint8_t* File::bytes(std::uint64_t pos, std::uint64_t n, std::shared_ptr<const void>& hold) const {
+    if (pos > _size || _size - pos < n) return nullptr;
+    if (n <= kPageBytes / 4 && pos / kPageBytes == (pos + n - (n > 0)) / kPageBytes) {
+        std::shared_ptr<const std::vector<std::uint8_t>> p = page(pos / kPageBytes);
+        if (!p || pos % kPageBytes + n > p->size()) return nullptr;
+        hold = p;
+        return p->data() + pos % kPageBytes;
+    }
+    auto own = std::make_shared<std::vector<std::uint8_t>>(static_cast<size_t>(n));
+    if (n > 0 && !read(pos, n, own->data())) return nullptr;
+    hold = own;
+    return own->data();
+}
+
 std::uint64_t File::u64(std::uint64_t pos) const {
+    std::shared_ptr<const void> hold;
+    const std::uint8_t* p = bytes(pos, 8, hold);
     std::uint64_t v = 0;
-    return read(pos, 8, &v) ? v : 0;
+    if (p) std::memcpy(&v, p, 8);
+    return v;
 }
 
 std::uint64_t File::rootGroup() const { return u64(8); }
@@ -73,13 +112,16 @@ Group::Group(const File& file, std::uint64_t pos) : _file(&file), _pos(pos) {
     const std::uint64_t count = file.u64(pos);
     // A group cannot list more children than the bytes behind its count can hold.
     if (count == 0 || count > (file.size() - pos - 8) / 8) return;
-    auto children = std::make_shared<std::vector<std::uint64_t>>(static_cast<size_t>(count));
-    if (!file.read(pos + 8, 8 * count, children->data())) return;
-    _children = std::move(children);
-    _count = count;
+    _table = file.bytes(pos + 8, 8 * count, _hold);
+    if (_table) _count = count;
 }
 
-std::uint64_t Group::child(std::uint64_t i) const { return i < _count ? (*_children)[static_cast<size_t>(i)] : 0; }
+std::uint64_t Group::child(std::uint64_t i) const {
+    if (i >= _count) return 0;
+    std::uint64_t v;
+    std::memcpy(&v, _table + 8 * i, 8);
+    return v;
+}
 
 bool Group::isGroup(std::uint64_t i) const { return i < _count && (child(i) & kDataBit) == 0; }
 bool Group::isData(std::uint64_t i) const { return i < _count && (child(i) & kDataBit) != 0; }
@@ -92,18 +134,26 @@ Group Group::group(std::uint64_t i) const {
     return Group(*_file, pos);
 }
 
+bool Group::dataExtent(std::uint64_t i, std::uint64_t& at, std::uint64_t& size) const {
+    at = size = 0;
+    if (!isData(i)) return false;
+    const std::uint64_t pos = child(i) & ~kDataBit;
+    if (pos == 0 || pos >= _file->size()) return false;  // empty data
+    const std::uint64_t n = _file->u64(pos);
+    if (_file->size() - pos < 8 || n > _file->size() - pos - 8) return false;
+    at = pos + 8;
+    size = n;
+    return true;
+}
+
 Data Group::data(std::uint64_t i) const {
     Data d;
-    if (!isData(i)) return d;
-    const std::uint64_t pos = child(i) & ~kDataBit;
-    if (pos == 0 || pos >= _file->size()) return d;  // empty data
-    const std::uint64_t size = _file->u64(pos);
-    if (_file->size() - pos < 8 || size > _file->size() - pos - 8) return d;
-    auto bytes = std::make_shared<std::vector<std::uint8_t>>(static_cast<size_t>(size));
-    if (size > 0 && !_file->read(pos + 8, size, bytes->data())) return d;
-    d.ptr = bytes->data();
+    std::uint64_t pos, size;
+    if (!dataExtent(i, pos, size)) return d;
+    const std::uint8_t* p = _file->bytes(pos, size, d.hold);
+    if (!p) return d;
+    d.ptr = p;
     d.size = size;
-    d.bytes = std::move(bytes);
     return d;
 }
 

@@ -10,6 +10,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
+#include <unordered_map>
 #include <string>
 #include <vector>
 
@@ -36,19 +38,27 @@ public:
     std::uint64_t u64(std::uint64_t pos) const;
     // Reads `n` bytes at `pos` into `out`; false when the file (as it is now) has fewer.
     bool read(std::uint64_t pos, std::uint64_t n, void* out) const;
+    // The `n` bytes at `pos`, valid while `hold` lives: small spans come from a cache of
+    // pages (the many small reads of a walk over headers), larger ones are read into a
+    // buffer of their own. Null when the file (as it is now) has fewer bytes there.
+    const std::uint8_t* bytes(std::uint64_t pos, std::uint64_t n, std::shared_ptr<const void>& hold) const;
 
 private:
     File() = default;
+    std::shared_ptr<const std::vector<std::uint8_t>> page(std::uint64_t index) const;
     int _fd = -1;
     std::uint64_t _size = 0;
+    mutable std::mutex _pagesMutex;
+    mutable std::unordered_map<std::uint64_t, std::shared_ptr<const std::vector<std::uint8_t>>> _pages;
+    mutable std::uint64_t _cachedBytes = 0;
 };
 
-// A block of bytes read from the file, held by `bytes` for as long as a copy of this
-// object lives; empty when missing, out of bounds, or no longer in the file.
+// A block of bytes read from the file, held by `hold` for as long as a copy of this object
+// lives; empty when missing, out of bounds, or no longer in the file.
 struct Data {
     const std::uint8_t* ptr = nullptr;
     std::uint64_t size = 0;
-    std::shared_ptr<const std::vector<std::uint8_t>> bytes;
+    std::shared_ptr<const void> hold;
 };
 
 class Group {
@@ -63,13 +73,18 @@ public:
     bool isData(std::uint64_t i) const;
     Group group(std::uint64_t i) const;  // empty unless child i is a group
     Data data(std::uint64_t i) const;    // empty unless child i is data
+    // Where child i's bytes lie in the file and how many there are, without reading them:
+    // false (and size 0) unless child i is data within the file.
+    bool dataExtent(std::uint64_t i, std::uint64_t& pos, std::uint64_t& size) const;
+    const File* file() const { return _file; }
 
 private:
     std::uint64_t child(std::uint64_t i) const;
     const File* _file = nullptr;
     std::uint64_t _pos = 0;
     std::uint64_t _count = 0;
-    std::shared_ptr<const std::vector<std::uint64_t>> _children;  // read once, shared by copies
+    const std::uint8_t* _table = nullptr;  // the child offsets, read once, shared by copies
+    std::shared_ptr<const void> _hold;
 };
 
 } // namespace ogawa
