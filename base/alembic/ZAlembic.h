@@ -1,13 +1,14 @@
 // The base library's own Alembic reader: Ogawa archives (every current Alembic file; an
 // HDF5 archive is recognised and refused), the object hierarchy, and the samples of the
-// two schemas the system reads, Xform and PolyMesh. Read-only and memory-mapped.
+// two schemas the system reads, Xform and PolyMesh. Read-only, with pread (no mapping).
 //
 // Conventions:
 // - A sample index past the last sample reads the last one, per property, as Alembic's own
 //   index selectors do (and a negative one the first); a constant property has one sample.
 // - Nothing here throws or prints. A corrupt file reads as fewer objects, properties or
 //   values, never as a read outside the file, and never loops.
-// - Objects keep the file mapped: a copy stays usable after its archive is closed.
+// - Objects keep the file open: a copy stays usable after its archive is closed. A file
+//   cut short or rewritten while open reads as missing data (false), never as a signal.
 #pragma once
 
 #include <cstdint>

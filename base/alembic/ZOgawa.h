@@ -18,7 +18,7 @@
 namespace Ulmex {
 namespace ogawa {
 
-// A whole file mapped read-only. Shared by everything read from it, so that objects stay
+// A whole file open read-only. Shared by everything read from it, so that objects stay
 // usable after the archive that opened them is closed.
 class File {
 public:

@@ -13,7 +13,7 @@ using namespace Ulmex;
 namespace gcpy {
 
 void bindAlembic(nb::module_& m) {
-    nb::class_<ZAlembicObject>(m, "ZAlembicObject", "An object of an Alembic archive; it keeps its file mapped.")
+    nb::class_<ZAlembicObject>(m, "ZAlembicObject", "An object of an Alembic archive; it keeps its file open.")
         .def(nb::init<>())
         .def("name", &ZAlembicObject::name, doc("ZAlembicObject.name"))
         .def("fullPath", &ZAlembicObject::fullPath)
@@ -73,7 +73,7 @@ void bindAlembic(nb::module_& m) {
         .def("numSamples", &ZAlembicObject::numSamples, doc("ZAlembicObject.numSamples"))
         .def("__repr__", [](const ZAlembicObject& o) { return "<ZAlembicObject " + std::string(o.fullPath()) + ">"; });
 
-    nb::class_<ZAlembicArchive>(m, "ZAlembicArchive", "An Ogawa Alembic archive, read-only and memory-mapped.")
+    nb::class_<ZAlembicArchive>(m, "ZAlembicArchive", "An Ogawa Alembic archive, read-only; a file changed while open reads as an error, never a crash.")
         .def(nb::init<>())
         .def(
             "open",
