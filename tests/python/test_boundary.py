@@ -419,3 +419,45 @@ def test_report_lines_go_to_logging_or_to_a_sink_of_the_hosts(
     assert capfd.readouterr().out == "Error@ZCacheData::bakeStaticData(): No data.\n"
     with pytest.raises(TypeError, match="expected a callable or None, got int"):
         gc.setMessageSink(3)  # type: ignore[arg-type]
+
+
+def test_data_objects_copy_and_pickle_whole() -> None:
+    import copy
+    import pickle
+
+    def fields(obj: object) -> dict[str, object]:
+        out: dict[str, object] = {}
+        for name, member in vars(type(obj)).items():
+            if isinstance(member, property) and name not in ("displayLists", "attributeMaps"):
+                value = getattr(obj, name)
+                out[name] = (
+                    value.tolist()
+                    if isinstance(value, np.ndarray)
+                    else fields(value)
+                    if hasattr(value, "__module__") and "groomcore" in type(value).__module__
+                    else value
+                )
+        return out
+
+    f, c = gc.ZFollicles(), gc.ZCurves()
+    rng = np.random.default_rng(3)
+    for _ in range(5):
+        c.push(rng.random((4, 3), dtype=np.float32))
+    f.tgl, f.uid = np.arange(5, dtype=np.int32), np.arange(5, dtype=np.int32) * 7
+    f.uvw, f.axs = rng.random((5, 3), dtype=np.float32), rng.random((5, 4, 3), dtype=np.float32)
+    for i in range(5):
+        f.bdi.push(np.arange(i, dtype=np.int32))
+        f.bdw.push(np.full(i, 0.5, np.float32))
+    f.maxLn1 = 4.5
+    kink = gc.ZKinkModifier()
+    kink.kinkExpr, kink.kink, kink.tipFade = "kink * 2", 0.75, 0.1
+    feather = gc.ZFeather()
+    feather.name, feather.mesh.points = "leaf.001", rng.random((3, 3), dtype=np.float32)
+    feather.mesh.v012 = np.array([[0, 1, 2]], np.int32)
+    for original in (f, c, kink, feather):
+        for twin in (pickle.loads(pickle.dumps(original)), copy.deepcopy(original), copy.copy(original)):
+            assert type(twin) is type(original) and twin is not original
+            assert fields(twin) == fields(original), type(original).__name__
+    twin = copy.deepcopy(f)
+    twin.uid[0] = 99  # a copy is independent
+    assert f.uid[0] == 0
