@@ -111,7 +111,7 @@ TEST(ZExpression, TooLongOrTooDeepIsInvalidOnAnyThread) {
 #endif
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || __has_feature(address_sanitizer) || \
     __has_feature(thread_sanitizer)
-    const size_t stack = 1024 * 1024;  // instrumented frames are several times larger
+    const size_t stack = 4096 * 1024;  // instrumented frames are several times larger
 #else
     const size_t stack = 256 * 1024;
 #endif
