@@ -555,6 +555,51 @@ int ZAlembicObject::numSamples() const {
     return vals.valid && vals.header.type != 0 ? std::max(1, static_cast<int>(vals.header.next)) : 1;
 }
 
+namespace {
+// The property whose samples an object's sample indices count: a geometry's points, else a
+// transform's values; invalid for an object with neither.
+Property sampledProperty(const Archive& a, std::uint64_t group) {
+    const ogawa::Group g = objectGroup(a, group);
+    if (!g.isGroup(0)) return Property();
+    const Property points = findPath(a, g.group(0), {".geom", "P"});
+    if (points.valid && points.header.type != 0) return points;
+    const Property vals = findPath(a, g.group(0), {".xform", ".vals"});
+    return vals.valid && vals.header.type != 0 ? vals : Property();
+}
+} // namespace
+
+double ZAlembicObject::sampleTime(int sample) const {
+    if (!_archive) return 0.0;
+    const Property p = sampledProperty(*_archive, _group);
+    const TimeSampling identity;
+    return (p.valid ? samplingOf(*_archive, p.header) : identity).time(sample < 0 ? 0u : std::uint32_t(sample));
+}
+
+int ZAlembicObject::sampleAt(double time) const {
+    if (!_archive || !std::isfinite(time)) return 0;
+    const Property p = sampledProperty(*_archive, _group);
+    const TimeSampling identity;
+    const TimeSampling& ts = p.valid ? samplingOf(*_archive, p.header) : identity;
+    if (ts.acyclic()) return static_cast<int>(ts.nearIndex(time, std::max<std::uint32_t>(1, p.header.next)));
+    // Uniform and cyclic samplings go on past the last stored sample: the nearest index on
+    // the whole line of their times (ties to the earlier), at least 0 and at most INT_MAX.
+    const std::uint32_t n = static_cast<std::uint32_t>(ts.times.size());
+    const double cycles = std::floor((time - ts.times[0]) / ts.timePerCycle);
+    if (!(cycles >= 0)) return 0;
+    if (cycles * n > static_cast<double>(INT_MAX) - 2 * n) return INT_MAX;
+    const std::uint32_t first = static_cast<std::uint32_t>(cycles) * n;
+    std::uint32_t best = first;
+    // A later sample wins only when nearer by more than rounding (a frame and a half at 24
+    // fps lies half-way between its two frames).
+    for (std::uint32_t i = first; i <= first + n; ++i)
+        if (std::fabs(ts.time(i) - time) < std::fabs(ts.time(best) - time) - 1e-9) best = i;
+    return static_cast<int>(best);
+}
+
+int ZAlembicObject::sampleAtFrame(double frame, double framesPerSecond) const {
+    return framesPerSecond > 0 ? sampleAt(frame / framesPerSecond) : 0;
+}
+
 std::shared_ptr<const std::vector<ZAlembicObject>> ZAlembicObject::children() const {
     std::shared_ptr<const std::vector<ZAlembicObject>> kids = std::atomic_load(&_children);
     if (!kids) {
@@ -664,12 +709,13 @@ bool plainStack(const std::vector<Op>& ops) {
 }
 
 // The world matrix of a mesh: the product of the transforms above it (`ancestors`, from the
-// top down), each taken at the time of this mesh sample of `P` (its nearest sample there), as
+// top down), each taken at the time of sample `sample` of `P` (its nearest sample there), as
 // time-based reads do: transforms and geometry may be sampled differently.
 ZMatrix meshWorldMatrix(const Archive& a, const std::vector<std::uint64_t>& ancestors, const Property& P, int sample) {
-    const std::uint32_t meshSamples = P.valid ? std::max<std::uint32_t>(1, P.header.next) : 1;
-    const std::uint32_t index = sample < 0 ? 0u : std::min<std::uint32_t>(std::uint32_t(sample), meshSamples - 1);
-    const double time = samplingOf(a, P.header).time(index);
+    // The time of sample `sample` of the mesh's sampling, past its last stored sample too: a
+    // rigid prop stores its points once under transforms sampled every frame, and sample i
+    // must take them at frame i. (An acyclic sampling ends at its last stored time.)
+    const double time = samplingOf(a, P.header).time(sample < 0 ? 0u : std::uint32_t(sample));
     M4 w = identity4();
     std::vector<Op> ops;
     bool inherits;

@@ -69,7 +69,10 @@ public:
     // without any), the face vertex counts and indices in the file's order, the self
     // bounds, the world matrix (the product of the transforms above the object, parent
     // times child, translation in the last column, each transform at its sample nearest to
-    // this sample's time; a transform that does not inherit restarts the product), and the
+    // the time of sample `sample` of the mesh's sampling, counted past the mesh's last stored
+    // sample for uniform and cyclic samplings, so that a mesh stored once under animated
+    // transforms moves with them; a transform that does not inherit restarts the product),
+    // and the
     // UVs: indexed UVs
     // give the stored values and indices, plain UVs their per-corner values with the
     // indices 0, 1, 2, ...; uvs holds two floats per value. False, with the outputs
@@ -94,6 +97,15 @@ public:
     // (.xform/.vals, 1 for a transform without animated values); 0 for an object with
     // neither.
     int numSamples() const;
+    // Hosts think in frames. The time in seconds of sample `sample` of those samples (the
+    // mesh's points, else the transform's values), past the last stored sample too for
+    // uniform and cyclic samplings (an acyclic one ends at its last stored time); and the
+    // sample whose time is nearest `time` (ties to the earlier), counted the same way, so
+    // that getPolyMeshData(sampleAtFrame(1012, 24)) reads a rigid prop stored once at the
+    // transforms of frame 1012. An object with no samples counts in seconds from 0.
+    double sampleTime(int sample) const;
+    int sampleAt(double time) const;
+    int sampleAtFrame(double frame, double framesPerSecond) const;
 
     // Deepest nesting read: objects further down are not reached (real scenes stay far
     // below; a hostile file nested deeper cannot make a reader's memory grow with the

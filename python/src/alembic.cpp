@@ -71,6 +71,10 @@ void bindAlembic(nb::module_& m) {
             "value; plain UVs come with the indices 0, 1, 2, ...")
         .def("schema", &ZAlembicObject::schema, doc("ZAlembicObject.schema"))
         .def("numSamples", &ZAlembicObject::numSamples, doc("ZAlembicObject.numSamples"))
+        .def("sampleTime", &ZAlembicObject::sampleTime, nb::arg("sample"), doc("ZAlembicObject.sampleTime"))
+        .def("sampleAt", &ZAlembicObject::sampleAt, nb::arg("time"), doc("ZAlembicObject.sampleAt"))
+        .def("sampleAtFrame", &ZAlembicObject::sampleAtFrame, nb::arg("frame"), nb::arg("framesPerSecond"),
+             doc("ZAlembicObject.sampleAtFrame"))
         .def("__repr__", [](const ZAlembicObject& o) { return "<ZAlembicObject " + std::string(o.fullPath()) + ">"; });
 
     nb::class_<ZAlembicArchive>(m, "ZAlembicArchive", "An Ogawa Alembic archive, read-only; a file changed while open reads as an error, never a crash.")

@@ -16,6 +16,7 @@ Max), a Maya pivot stack, transforms sampled twice per frame above a mesh sample
 half frames under a transform sampled on whole frames, and a subdivision surface named like
 a body.
 wide.abc: 10,000 sibling transforms under the first top-level object, one with a mesh.
+rigid.abc: meshes stored once under transforms sampled every frame, as Blender writes them.
 archive_version_1.abc: body.abc with an archive version no release of Alembic writes.
 """
 import math
@@ -272,6 +273,31 @@ def write_wide(path, count=10000):
     del keep, wide, top, archive
 
 
+def write_rigid(path, frames=24):
+    """What Blender (and Maya, for rigid props) writes for a mesh whose points do not change:
+    one sample of the mesh under transforms sampled every frame, from frame 1 at 24 fps.
+    /propXf/propShape: a rigid prop turned and moved by its own transform;
+    /rigXf/propXf/propShape: the same under an animated parent;
+    /rigXf/staticXf/staticShape: a static child (one transform sample) under the animated parent."""
+    archive = Abc.OArchive(path)
+    top = archive.getTop()
+    tsi = archive.addTimeSampling(AbcCoreAbstract.TimeSampling(1.0 / FPS, 1.0 / FPS))
+    tri = [(0, 0, 0), (1, 0, 0), (0, 1, 0), (0, 0, 1)]
+    keep = []
+
+    def prop(parent, name, shape):
+        xf = xform(parent, name, tsi, [trs((0.1 * k, 0, 0.05 * k), (7.5 * k, 15 * k, 0), (1, 1, 1)) for k in range(frames)])
+        keep.extend([xf, mesh(xf, shape, tsi, [tri], [3, 3], [0, 2, 1, 0, 3, 2])])
+        return xf
+
+    prop(top, "propXf", "propShape")
+    rig = xform(top, "rigXf", tsi, [trs((0, 0.2 * k, 0), (0, 0, 4 * k), (1, 1, 1)) for k in range(frames)])
+    prop(rig, "propXf", "propShape")
+    still = xform(rig, "staticXf", tsi, [trs((0, 0, 2), (0, 0, 0), (1, 1, 1))])
+    keep += [rig, still, mesh(still, "staticShape", tsi, [tri], [3, 3], [0, 2, 1, 0, 3, 2]), top, archive]
+    del keep
+
+
 def write_archive_version(source, path, version):
     """A copy of `source` whose archive version (the first data of the root group) is
     `version`: the real library refuses any but the one it writes."""
@@ -293,4 +319,5 @@ if __name__ == "__main__":
     write_lonely(os.path.join(out, "lonely.abc"))
     write_dcc(os.path.join(out, "dcc.abc"))
     write_wide(os.path.join(out, "wide.abc"))
+    write_rigid(os.path.join(out, "rigid.abc"))
     write_archive_version(os.path.join(out, "body.abc"), os.path.join(out, "archive_version_1.abc"), 1)

@@ -444,3 +444,42 @@ TEST(AlembicReader, AFileChangedUnderAnOpenArchiveGivesAnErrorNotASignal) {
     std::memcpy(viewed.data(), view.data, view.count * sizeof(ZVector));
     EXPECT_TRUE(std::equal(viewed.begin(), viewed.end(), before.begin()));
 }
+
+// A rigid prop as Blender writes it: the mesh stored once, its transforms every frame. Sample
+// i is frame i: strands rebound to it follow it, and hosts turn frames into samples.
+TEST(AlembicTime, AMeshStoredOnceMovesWithItsTransforms) {
+    ZAlembicArchive archive;
+    ASSERT_TRUE(archive.open(fixture("rigid.abc").c_str()));
+    ZAlembicObjectArray shapes;
+    GetAllDescendantObjects(archive.topObject(), shapes, true);
+    for (const char* name : {"/propXf/propShape", "/rigXf/propXf/propShape", "/rigXf/staticXf/staticShape"}) {
+        ZAlembicObject body;
+        for (int i = 0; i < shapes.length(); ++i)
+            if (shapes[i].fullPath() == name) body = shapes[i];
+        ASSERT_EQ(body.fullPath(), name);
+        ASSERT_EQ(body.numSamples(), 1);
+        EXPECT_DOUBLE_EQ(body.sampleTime(0), 1.0 / 24);
+        EXPECT_DOUBLE_EQ(body.sampleTime(23), 24.0 / 24);
+        EXPECT_EQ(body.sampleAtFrame(1, 24), 0);
+        EXPECT_EQ(body.sampleAtFrame(24, 24), 23);
+        EXPECT_EQ(body.sampleAtFrame(30, 24), 29);  // past the file: the transforms' last sample
+        EXPECT_EQ(body.sampleAtFrame(-5, 24), 0);
+        EXPECT_EQ(body.sampleAt(1.5 / 24), 0);  // half-way: the earlier
+        ZFollicles f;
+        f.tgl = {0};
+        f.axs.setLength(1, true);
+        std::vector<ZMatrix> frames;
+        for (int frame = 1; frame <= 24; ++frame) {
+            ZCurves curves;
+            const ZVector strand[2] = {ZVector(0, 0, 0), ZVector(0, 1, 0)};
+            curves.push(strand, 2);
+            ZIntArray refIdx;
+            ZMatrixArray invRot;
+            setRefIdxAndInvRotAndCurves(body.sampleAtFrame(frame, 24), body, f, &curves, &refIdx, &invRot);
+            ASSERT_EQ(invRot.length(), 1) << name;
+            if (std::none_of(frames.begin(), frames.end(), [&](const ZMatrix& m) { return std::memcmp(m.data, invRot[0].data, sizeof m.data) == 0; }))
+                frames.push_back(invRot[0]);
+        }
+        EXPECT_EQ(frames.size(), 24u) << name;  // it moves every frame (it stayed at frame 1 before)
+    }
+}

@@ -461,3 +461,31 @@ def test_data_objects_copy_and_pickle_whole() -> None:
     twin = copy.deepcopy(f)
     twin.uid[0] = 99  # a copy is independent
     assert f.uid[0] == 0
+
+
+def test_frames_turn_into_samples_of_an_alembic_body(tmp_path: Path) -> None:
+    script = f"""
+import imath
+from alembic3d import Abc, AbcCoreAbstract, AbcGeom
+archive = Abc.OArchive({str(tmp_path / "prop.abc")!r})
+ts = archive.addTimeSampling(AbcCoreAbstract.TimeSampling(1.0 / 24, 1.0 / 24))
+xf = AbcGeom.OXform(archive.getTop(), "propXf", ts)
+for k in range(24):
+    s = AbcGeom.XformSample()
+    s.setTranslation(imath.V3d(k, 0, 0))
+    xf.getSchema().set(s)
+mesh = AbcGeom.OPolyMesh(xf, "propShape", ts)
+p, idx, cnt = imath.V3fArray(3), imath.IntArray(3), imath.IntArray(1)
+for i, q in enumerate([(0, 0, 0), (1, 0, 0), (0, 1, 0)]):
+    p[i] = imath.V3f(*q)
+idx[0], idx[1], idx[2], cnt[0] = 0, 2, 1, 3
+mesh.getSchema().set(AbcGeom.OPolyMeshSchemaSample(p, idx, cnt))
+"""
+    subprocess.run([sys.executable, "-c", script], check=True)
+    body = gc.findBodyMeshShapeNode(str(tmp_path / "prop.abc"), "propShape")
+    assert body is not None and body.numSamples() == 1
+    assert body.sampleAtFrame(1, 24) == 0 and body.sampleAtFrame(12, 24) == 11 and body.sampleTime(11) == 12 / 24
+    moved = [
+        np.asarray(body.getPolyMeshData(body.sampleAtFrame(frame, 24))[5].data).ravel()[3] for frame in (1, 12, 24)
+    ]
+    assert np.allclose(moved, [0, 11, 23])  # the world matrix's translation follows the frame
