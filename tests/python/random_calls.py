@@ -273,11 +273,13 @@ def run_batches(seeds: Iterator[int] | list[int], calls: int, workdir: Path, tim
     for seed in seeds:
         d = workdir / f"seed{seed}"
         d.mkdir(parents=True, exist_ok=True)
+        # In the batch's own folder: a name drawn as a path ("x", "fur.001") is written there.
         done = subprocess.run(
-            [sys.executable, __file__, str(seed), str(calls), str(d)],
+            [sys.executable, str(Path(__file__).resolve()), str(seed), str(calls), str(d.resolve())],
             capture_output=True,
             text=True,
             timeout=timeout,
+            cwd=d,
             env={**os.environ, "OMP_NUM_THREADS": "2"},
         )
         if done.returncode != 0:

@@ -93,7 +93,7 @@ def test_inconsistent_arrays_are_refused_before_the_library_indexes_them() -> No
         cache.feathers = [gc.ZSource()]  # type: ignore[list-item]
 
 
-def test_an_index_equal_to_the_count_is_refused_everywhere_indices_are_checked() -> None:
+def test_an_index_equal_to_the_count_is_refused_everywhere_indices_are_checked(tmp_path: Path) -> None:
     # One past the end is the slip a bound check makes; each array checked by index is held
     # to 0..n-1 with n its count.
     mesh = gc.ZPolyMesh()
@@ -114,7 +114,7 @@ def test_an_index_equal_to_the_count_is_refused_everywhere_indices_are_checked()
     tri = gc.ZTriMesh()
     tri.points, tri.v012 = np.zeros((3, 3), np.float32), np.array([[0, 1, 3]], np.int32)
     with pytest.raises(ValueError, match=r"v012\[0\]\[2\] = 3 is outside 0..2"):
-        tri.write("unused")
+        tri.write(str(tmp_path / "unused"))
 
     c = gc.ZCurves()
     c.push(np.zeros((2, 3), np.float32))

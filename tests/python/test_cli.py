@@ -74,22 +74,24 @@ def test_check_names_every_fault(cache: Path, tmp_path: Path) -> None:
     assert done.returncode == 1 and done.stderr.count("\n") == 1 and "is not a directory" in done.stderr
 
 
-def test_bad_usage_is_one_line_and_status_2(cache: Path) -> None:
+def test_bad_usage_is_one_line_and_status_2(cache: Path, tmp_path: Path) -> None:
+    x = tmp_path / "x"  # never written: every call is refused first
     for args in (
-        ["export-usd", cache, "hair", "x", "--frames", "9-1"],
+        ["export-usd", cache, "hair", x, "--frames", "9-1"],
         ["export-usd", cache, "hair", "x"],
         ["check", cache, "hair", "--frames", "abc"],
         ["frobnicate"],
         # values outside their range
-        ["export-usd", cache, "hair", "x", "--frames", "1001-1002", "--ratio", "0"],
-        ["export-usd", cache, "hair", "x", "--frames", "1001-1002", "--ratio", "1.5"],
-        ["export-usd", cache, "hair", "x", "--frames", "1001-1002", "--ratio", "nan"],
-        ["export-usd", cache, "hair", "x", "--frames", "1001-1002", "--meters-per-unit", "0"],
-        ["export-usd", cache, "hair", "x", "--frames", "1001-1002", "--workers", "-3"],
-        ["assemble", cache, "hair", "x", "--frames", "1001-1002", "--ratio", "-1"],
+        ["export-usd", cache, "hair", x, "--frames", "1001-1002", "--ratio", "0"],
+        ["export-usd", cache, "hair", x, "--frames", "1001-1002", "--ratio", "1.5"],
+        ["export-usd", cache, "hair", x, "--frames", "1001-1002", "--ratio", "nan"],
+        ["export-usd", cache, "hair", x, "--frames", "1001-1002", "--meters-per-unit", "0"],
+        ["export-usd", cache, "hair", x, "--frames", "1001-1002", "--workers", "-3"],
+        ["assemble", cache, "hair", x, "--frames", "1001-1002", "--ratio", "-1"],
     ):
         done = run(*args)
         assert done.returncode == 2 and done.stderr.count("\n") == 1 and "Traceback" not in done.stderr, args
+    assert not any(tmp_path.iterdir())
 
 
 def read_usd(prim: str, reads: list[tuple[Path, float]]) -> tuple[list[object], list[dict[str, np.ndarray]]]:
