@@ -26,11 +26,8 @@ class CacheError(Exception):
 
 
 def frame_tag(frame: float) -> str:
-    """The tag the bakers write: p1001, m-5, p1.5, and p0 for 0 and -0."""
-    if frame == 0:
-        return "p0"
-    text = f"{frame:g}" if frame != int(frame) else str(int(frame))
-    return ("m" if frame < 0 else "p") + text
+    """The tag the bakers write (p1001, m-5, p0, p1001.125), as the library makes it."""
+    return gc.frameTag(frame)
 
 
 @dataclass

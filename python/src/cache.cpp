@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "cache/RuvoMisc.h"
+#include "cache/ZCacheCommon.h"
 #include "cache/ZCacheData.h"
 #include "cache/ZCacheData2.h"
 #include "common.h"
@@ -91,6 +92,10 @@ void bindCache(nb::module_& m) {
         .def_rw("textureType", &RuvoCacheInfo::textureType)
         .def_rw("cacheFormatVersion", &RuvoCacheInfo::cacheFormatVersion);
 
+    m.def(
+        "frameTag", [](float frame) { return std::string(ZCacheCommon::frameTag(frame)); }, nb::arg("frame"),
+        "The text that ends the per-frame file names of a bake at `frame` (curves_, bbox_, xforms_, folds_), "
+        "as the bakers write it: p1001, m-5, p0 for 0 and -0, p1001.125 for a sub-frame.");
     m.def("isValidCachePathAndCacheName", &isValidCachePathAndCacheName, nb::arg("path"), nb::arg("name"),
           release(), doc("isValidCachePathAndCacheName"));
     m.def(

@@ -245,3 +245,21 @@ def test_a_node_name_that_is_no_usd_identifier_exports_under_the_mapped_prim(cac
     assert done.returncode == 0, done.stderr[-2000:]
     _, values = read_usd("/fur_001", [(Path(f"{base}.high.usda"), 1002.0)])
     assert len(values[0]["points"]) == 3 * (300 * 8 + 2 * 300)  # every CV, the ends doubled
+
+
+def test_sub_frame_files_are_found_under_the_tag_the_library_writes(tmp_path: Path) -> None:
+    import groomcore as gc
+    from groomcore.cachefiles import CacheDir
+
+    f, c = gc.ZFollicles(), gc.ZCurves()
+    c.push(np.array([[0, 0, 0], [0, 1, 0]], np.float32))
+    f.tgl = np.zeros(1, np.int32)
+    cache = gc.ZCacheData2()
+    cache.nodeName, cache.follicles, cache.curves, cache.boundingBox = "hair", f, c, c.boundingBox(False, False)
+    cache.folds = np.array([0.5], np.float32)
+    assert cache.bakeStaticData(str(tmp_path))
+    for frame in (1001.125, -2.5, 0.0):  # motion-blur sub-frames, negative frames, frame 0
+        assert cache.bakePerFrameData(str(tmp_path), frame)
+        folds = CacheDir(tmp_path, "hair").folds(frame)
+        assert folds is not None and folds.tolist() == [0.5], frame
+    assert sorted(p.name for p in (tmp_path / "hair").glob("folds_*")) == ["folds_m-2.5", "folds_p0", "folds_p1001.125"]
