@@ -8,7 +8,9 @@
 #include <cmath>
 #include <cstring>
 #include <memory>
+#include <filesystem>
 #include <fstream>
+#include <limits>
 #include <string>
 
 #include "cache/ZCacheCommon.h"
@@ -21,9 +23,16 @@ bool isValidCachePathAndCacheName(const ZString& path, ZString name) {
 }
 
 bool readInfoData(const ZString& cacheDirectory, RuvoCacheInfo* info) {
-    std::ifstream in((cacheDirectory + "/info").c_str());
+    std::ifstream in(ZCacheCommon::staticFile(cacheDirectory, ZCacheCommon::kInfo).c_str());
     if (!in.is_open()) return false;
     ZCacheCommon::readInfoTokens(in, ZCacheCommon::infoFields(*info));
+    return true;
+}
+
+bool readInfoRecord(const ZString& cacheDirectory, std::vector<std::pair<ZString, ZString>>* record) {
+    std::ifstream in(ZCacheCommon::staticFile(cacheDirectory, ZCacheCommon::kInfo).c_str());
+    if (!in.is_open()) return false;
+    *record = ZCacheCommon::readInfoRecord(in);
     return true;
 }
 
@@ -34,11 +43,171 @@ bool readStrandsData(const ZString& cacheDirectory, int frame, ZCurves* curves, 
     std::ifstream curvesFile(name.c_str());
     if (!curvesFile.is_open()) return false;
     curves->read(curvesFile);
-    std::ifstream folliclesFile((cacheDirectory + "/follicles").c_str());
+    std::ifstream folliclesFile(ZCacheCommon::staticFile(cacheDirectory, ZCacheCommon::kFollicles).c_str());
     if (!folliclesFile.is_open()) return false;
     // The static record first, then the per-frame record behind the curves overlays it.
     follicles->read(folliclesFile);
     follicles->read(curvesFile);
+    return true;
+}
+
+bool readCacheFrames(const ZString& cacheDirectory, std::vector<float>* frames) {
+    std::error_code error;
+    std::filesystem::directory_iterator entries(cacheDirectory.c_str(), error), end;
+    if (error) return false;
+    std::vector<float> found;
+    for (; entries != end; entries.increment(error)) {
+        if (error) return false;
+        float frame;
+        if (ZCacheCommon::frameOfFile(entries->path().filename().string(), ZCacheCommon::kCurves, &frame))
+            found.push_back(frame);
+    }
+    std::sort(found.begin(), found.end());
+    *frames = std::move(found);
+    return true;
+}
+
+namespace {
+
+// Bytes in the file, or -1 when it cannot be opened for reading.
+std::int64_t openSized(std::ifstream& in, const ZString& path) {
+    in.open(path.c_str(), std::ios::binary);
+    if (!in.is_open()) return -1;
+    return ZStreamRemaining(in);
+}
+
+// A count of records read from a file, each taking at least `minBytes` of the `bytes` the
+// file holds: a larger count is a damaged file (and must not size anything).
+bool plausibleCount(int32_t count, std::int64_t bytes, std::int64_t minBytes) {
+    return count >= 0 && std::int64_t(count) * minBytes <= bytes;
+}
+
+// The renderer attributes of one feather as ZFeather::writeRManAttrs writes them: a count of
+// 2, then four entries (the count names pairs of them).
+bool readFeatherAttributes(std::ifstream& in, ZFeather& f) {
+    int32_t count = 0;
+    if (!readPod(in, count) || count < 0 || count > 2) return false;
+    ZString key;
+    for (int32_t e = 0; e < 2 * count; ++e) {
+        if (!key.read(in, true)) return false;
+        if (key == "txBasePath") f.txBasePath.read(in, true);
+        else if (key == "txLayerName") f.txLayerName.read(in, true);
+        else if (key == "txmultiUV") readPod(in, f.txmultiUV);
+        else if (key == "MaterialSet") f.MaterialSet.read(in, true);
+        else return false;  // a value of unknown form: nothing behind it can be trusted
+    }
+    return !in.fail();
+}
+
+// The shortest records on file: a feather with empty meshes, curves and texts, and its
+// attribute block; a source's twelve fields, likewise empty.
+constexpr std::int64_t kMinFeatherBytes = 76;
+constexpr std::int64_t kMinAttributeBytes = 77;
+constexpr std::int64_t kMinSourceBytes = 146;
+
+} // namespace
+
+bool readFeathersData(const ZString& cacheDirectory, std::vector<ZFeather>* feathers) {
+    std::ifstream records, attributes;
+    const std::int64_t recordBytes = openSized(records, ZCacheCommon::staticFile(cacheDirectory, ZCacheCommon::kFeathers));
+    const std::int64_t attributeBytes =
+        openSized(attributes, ZCacheCommon::staticFile(cacheDirectory, ZCacheCommon::kRManAttrs));
+    int32_t count = 0, attributeCount = 0;
+    if (recordBytes < 0 || attributeBytes < 0 || !readPod(records, count) || !readPod(attributes, attributeCount) ||
+        count != attributeCount || !plausibleCount(count, recordBytes, kMinFeatherBytes) ||
+        !plausibleCount(count, attributeBytes, kMinAttributeBytes))
+        return false;
+    std::vector<ZFeather> read(static_cast<size_t>(count));
+    for (ZFeather& f : read) {
+        f.read(records);
+        if (records.fail() || !readFeatherAttributes(attributes, f)) return false;
+    }
+    *feathers = std::move(read);
+    return true;
+}
+
+bool readSourcesData(const ZString& cacheDirectory, std::vector<ZSource>* sources) {
+    std::ifstream in;
+    const std::int64_t bytes = openSized(in, ZCacheCommon::staticFile(cacheDirectory, ZCacheCommon::kSources));
+    int32_t count = 0, fields = 0;
+    if (bytes < 0 || !readPod(in, count) || !readPod(in, fields) || fields != ZCacheCommon::kSourceFields ||
+        !plausibleCount(count, bytes, kMinSourceBytes))
+        return false;
+    std::vector<ZSource> read(static_cast<size_t>(count));
+    // Column by column, as they are written; a column that fails ends the read.
+    auto column = [&](auto&& field) {
+        for (ZSource& s : read)
+            if (!field(s)) return false;
+        return true;
+    };
+    const bool ok =
+        column([&](ZSource& s) { return s.name.read(in, true); }) &&
+        column([&](ZSource& s) { return readRaw(in, s.color, sizeof s.color); }) &&
+        column([&](ZSource& s) { return s.mesh.read(in); }) && column([&](ZSource& s) { return s.auxMeshA.read(in); }) &&
+        column([&](ZSource& s) { return s.auxMeshB.read(in); }) &&
+        column([&](ZSource& s) { return s.auxTextA.read(in, true); }) &&
+        column([&](ZSource& s) { return s.curves.read(in); }) &&
+        column([&](ZSource& s) { return s.auxTextB.read(in, true); }) &&
+        column([&](ZSource& s) {
+            s.boundingBox.read(in);
+            return !in.fail();
+        }) &&
+        column([&](ZSource& s) { return readPod(in, s.storedInt); }) && column([&](ZSource& s) {
+            int32_t entries = 0;
+            if (!readPod(in, entries) || entries < 0 || entries > 2) return false;
+            ZString key;
+            for (int32_t e = 0; e < entries; ++e) {
+                if (!key.read(in, true)) return false;
+                if (key == "txAssetName") s.txAssetName.read(in, true);
+                else if (key == "txLayerName") s.txLayerName.read(in, true);
+                else return false;
+            }
+            return !in.fail();
+        });
+    if (!ok) return false;
+    *sources = std::move(read);
+    return true;
+}
+
+bool readBoundingBoxData(const ZString& cacheDirectory, float frame, ZBoundingBox* box) {
+    std::ifstream in(ZCacheCommon::frameFile(cacheDirectory, ZCacheCommon::kBoundingBox, frame).c_str());
+    // Six numbers: a line of text, read to a bound (a device named as the file must not
+    // make this read forever).
+    char text[512] = {};
+    in.read(text, sizeof text - 1);
+    if (in.bad() || in.gcount() <= 0) return false;
+    const char* at = text;
+    float v[6];
+    for (float& value : v) {
+        char* end = nullptr;
+        const double d = std::strtod(at, &end);
+        if (end == at || !std::isfinite(d) || std::fabs(d) > double(std::numeric_limits<float>::max())) return false;
+        value = static_cast<float>(d);
+        at = end;
+    }
+    // One whole line, as written: a file cut short has lost at least its newline.
+    if (std::strcmp(at, "\n") != 0) return false;
+    box->minPoint = ZVector(v[0], v[2], v[4]);
+    box->maxPoint = ZVector(v[1], v[3], v[5]);
+    return true;
+}
+
+bool readFeatherTransformsData(const ZString& cacheDirectory, float frame, ZVectorArray* scales,
+                               ZVectorArray* rotations) {
+    std::ifstream in(ZCacheCommon::frameFile(cacheDirectory, ZCacheCommon::kTransforms, frame).c_str(),
+                     std::ios::binary);
+    ZVectorArray s, r;
+    if (!in.is_open() || !s.read(in, true) || !r.read(in, true) || s.size() != r.size()) return false;
+    *scales = std::move(s);
+    *rotations = std::move(r);
+    return true;
+}
+
+bool readFoldsData(const ZString& cacheDirectory, float frame, ZFloatArray* folds) {
+    std::ifstream in(ZCacheCommon::frameFile(cacheDirectory, ZCacheCommon::kFolds, frame).c_str(), std::ios::binary);
+    ZFloatArray f;
+    if (!in.is_open() || !f.read(in, true)) return false;
+    *folds = std::move(f);
     return true;
 }
 

@@ -2,7 +2,12 @@
 // no state, print nothing and report by their result alone.
 #pragma once
 
+#include <utility>
+#include <vector>
+
 #include "base/UlmexBase.h"
+#include "feathers/ZFeather.h"
+#include "feathers/ZSource.h"
 #include "strands/ZFollicles.h"
 
 // The text fields of an `info` record. The caller owns it and gives it its first values:
@@ -26,12 +31,44 @@ bool isValidCachePathAndCacheName(const Ulmex::ZString& path, Ulmex::ZString nam
 // the file cannot be opened; true for a file of any content.
 bool readInfoData(const Ulmex::ZString& cacheDirectory, RuvoCacheInfo* info);
 
+// Every key of `cacheDirectory`/info with its value as readInfoData reads it (the same
+// token loop, so "NodeName":"ns:hair" gives "ns"), known or not, counts and the system
+// lines included, in the order of first appearance, a later value replacing an earlier
+// one. False, with `record` unchanged, when the file cannot be opened.
+bool readInfoRecord(const Ulmex::ZString& cacheDirectory,
+                    std::vector<std::pair<Ulmex::ZString, Ulmex::ZString>>* record);
+
 // Loads one frame: `curves_` plus the frame text ("p1001", "m-5", and "z0" for frame 0,
 // a name the bakers never write), then the static `follicles` record and the per-frame
 // record behind the curves overlaid on it. False with nothing changed when the curves file
 // is missing; false with the curves already filled when `follicles` is missing.
 bool readStrandsData(const Ulmex::ZString& cacheDirectory, int frame, Ulmex::ZCurves* curves,
                      ZFollicles* follicles);
+
+// The frames of the cache: every `curves_` file whose name is one the bakers write
+// (curves_p1001, curves_m-5, curves_p1001.125), in increasing order. False, with `frames`
+// unchanged, when the directory cannot be listed.
+bool readCacheFrames(const Ulmex::ZString& cacheDirectory, std::vector<float>* frames);
+
+// The files a bake writes for the host beside the strands, read back as they were written,
+// so that a cache can be read whole. Each returns false, with its outputs unchanged, when
+// its file is missing, cut short or damaged.
+//
+// The feather templates of `feathers` with their renderer attributes from `rmanAttrs` (both
+// files are needed; their counts must agree). The templates are as they were baked: call
+// initialize() on each before placing it.
+bool readFeathersData(const Ulmex::ZString& cacheDirectory, std::vector<ZFeather>* feathers);
+// The source templates of `sources`, as readFeathersData reads feathers.
+bool readSourcesData(const Ulmex::ZString& cacheDirectory, std::vector<ZSource>* sources);
+// The frame's bounds from `bbox_` (six finite numbers: min x, max x, min y, max y, min z,
+// max z, to six significant digits, on one line that ends with its newline, as written).
+bool readBoundingBoxData(const Ulmex::ZString& cacheDirectory, float frame, Ulmex::ZBoundingBox* box);
+// The frame's per-strand feather scales and rotations (degrees) from `xforms_`: two arrays
+// of the same length.
+bool readFeatherTransformsData(const Ulmex::ZString& cacheDirectory, float frame, Ulmex::ZVectorArray* scales,
+                               Ulmex::ZVectorArray* rotations);
+// The frame's per-strand feather folds from `folds_`.
+bool readFoldsData(const Ulmex::ZString& cacheDirectory, float frame, Ulmex::ZFloatArray* folds);
 
 // ------------------------------------------------------------------ body rebinding
 

@@ -5,6 +5,8 @@
 #include <iostream>
 #include <sstream>
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <string>
 
 using namespace Ulmex;
@@ -59,13 +61,13 @@ bool writeInfo(const ZCacheCommon::BakeInput& in, const ZString& file, int32_t f
 bool writeFeatherFiles(const std::vector<ZFeather*>& feathers, const ZString& dir, int32_t count) {
     {
         std::ofstream out;
-        if (!openOut(out, dir + "/feathers")) return false;
+        if (!openOut(out, ZCacheCommon::staticFile(dir, ZCacheCommon::kFeathers))) return false;
         writeInt(out, count);
         for (const ZFeather* f : feathers) f->write(out);
     }
-    for (const char* name : {"/rmanAttrs", "/featherRManAttrs"}) {
+    for (const char* name : {ZCacheCommon::kRManAttrs, ZCacheCommon::kFeatherRManAttrs}) {
         std::ofstream out;
-        if (!openOut(out, dir + name)) return false;
+        if (!openOut(out, ZCacheCommon::staticFile(dir, name))) return false;
         writeInt(out, count);
         for (const ZFeather* f : feathers) f->writeRManAttrs(out);
     }
@@ -78,7 +80,7 @@ bool writeSourcesFile(const std::vector<ZSource*>& sources, const ZString& file,
     std::ofstream out;
     if (!openOut(out, file)) return false;
     writeInt(out, count);
-    writeInt(out, 12);
+    writeInt(out, ZCacheCommon::kSourceFields);
     for (const ZSource* s : sources) s->name.write(out, true);
     for (const ZSource* s : sources) out.write(reinterpret_cast<const char*>(s->color), sizeof s->color);
     for (const ZSource* s : sources) s->mesh.write(out);
@@ -144,6 +146,20 @@ ZString ZCacheCommon::frameTag(float frame) {
     return ZString(frame < 0.f ? "m" : "p") + ZString(frame);
 }
 
+bool ZCacheCommon::frameOfFile(const ZString& fileName, const char* kind, float* frame) {
+    const std::string prefix(kind);
+    if (fileName.compare(0, prefix.size(), prefix) != 0 || fileName.size() < prefix.size() + 2) return false;
+    const std::string number = fileName.substr(prefix.size() + 1);
+    // The tag spells a decimal number: the shortest text that reads back as the frame.
+    if (number.find_first_not_of("-.0123456789") != std::string::npos) return false;
+    char* end = nullptr;
+    const float f = std::strtof(number.c_str(), &end);
+    if (end != number.c_str() + number.size() || !std::isfinite(f)) return false;
+    if (prefix + static_cast<const std::string&>(frameTag(f)) != fileName) return false;
+    *frame = f;
+    return true;
+}
+
 bool ZCacheCommon::bakeStatic(const BakeInput& in, const ZString& path) {
     if (!acceptable(in, false)) return false;
     const int32_t featherCount = static_cast<int32_t>(in.feathers->size());
@@ -153,43 +169,42 @@ bool ZCacheCommon::bakeStatic(const BakeInput& in, const ZString& path) {
         ZReport("Error@ZCacheData::bakeStaticData(): Failed to create directory: " + dir);
         return false;
     }
-    if (!writeInfo(in, dir + "/info", featherCount, sourceCount)) return false;
+    if (!writeInfo(in, staticFile(dir, kInfo), featherCount, sourceCount)) return false;
     {
         std::ofstream out;
-        if (!openOut(out, dir + "/follicles")) return false;
+        if (!openOut(out, staticFile(dir, kFollicles))) return false;
         in.follicles->write(out, true);
     }
     if (featherCount > 0 && !writeFeatherFiles(*in.feathers, dir, featherCount)) return false;
-    if (sourceCount > 0) return writeSourcesFile(*in.sources, dir + "/sources", sourceCount);
+    if (sourceCount > 0) return writeSourcesFile(*in.sources, staticFile(dir, kSources), sourceCount);
     return true;
 }
 
 bool ZCacheCommon::bakePerFrame(const BakeInput& in, const ZString& path, float frame) {
     if (!acceptable(in, true)) return false;
     const ZString dir = path + "/" + *in.nodeName;
-    const ZString tag = frameTag(frame);
     {
         std::ofstream out;
-        if (!openOut(out, dir + "/curves_" + tag)) return false;
+        if (!openOut(out, frameFile(dir, kCurves, frame))) return false;
         in.curves->write(out);
         in.follicles->write(out, false);
     }
     {
         std::ofstream out;
-        if (!openOut(out, dir + "/bbox_" + tag)) return false;
+        if (!openOut(out, frameFile(dir, kBoundingBox, frame))) return false;
         const ZBoundingBox& b = *in.boundingBox;
         out << double(b.minPoint.x) << ' ' << double(b.maxPoint.x) << ' ' << double(b.minPoint.y) << ' '
             << double(b.maxPoint.y) << ' ' << double(b.minPoint.z) << ' ' << double(b.maxPoint.z) << '\n';
     }
     if (in.scales && in.rotations) {
         std::ofstream out;
-        if (!openOut(out, dir + "/xforms_" + tag)) return false;
+        if (!openOut(out, frameFile(dir, kTransforms, frame))) return false;
         in.scales->write(out, true);
         in.rotations->write(out, true);
     }
     if (in.folds) {
         std::ofstream out;
-        if (!openOut(out, dir + "/folds_" + tag)) return false;
+        if (!openOut(out, frameFile(dir, kFolds, frame))) return false;
         in.folds->write(out, true);
     }
     return true;
@@ -210,7 +225,7 @@ bool ZCacheCommon::getInfo(const InfoFields& out, const char* file) {
     return true;
 }
 
-void ZCacheCommon::readInfoTokens(std::istream& file, const InfoFields& out) {
+ZCacheCommon::InfoRecord ZCacheCommon::readInfoRecord(std::istream& file) {
     // A record is a few hundred bytes: at most kMaxInfoBytes are read, so that a device
     // or a huge file named `info` (/dev/zero, /dev/urandom) costs a bounded read.
     std::string head;
@@ -222,30 +237,37 @@ void ZCacheCommon::readInfoTokens(std::istream& file, const InfoFields& out) {
     std::istringstream in(head);
     ZString token;
     std::vector<ZString> pieces, value;
+    InfoRecord record;
     while (!in.eof()) {
         // A failed extraction without end of file (a stream that cannot be read) must end
         // the loop too, or it would spin.
         if (!(in >> static_cast<std::string&>(token))) break;
         token.split(":", pieces);
         if (pieces.size() < 2) continue;
-        const ZString& key = pieces[0];
-        ZString* text = nullptr;
-        int* integer = nullptr;
-        float* real = nullptr;
-        if (key == "\"CacheType\"") text = out.cacheType;
-        else if (key == "\"NodeName\"") text = out.nodeName;
-        else if (key == "\"NodeType\"") text = out.nodeType;
-        else if (key == "\"MeshNodeName\"") text = out.meshNodeName;
-        else if (key == "\"BindingScheme\"") integer = out.bindingScheme;
-        else if (key == "\"TextureType\"") integer = out.textureType;
-        else if (key == "\"CacheFormatVersion\"") real = out.cacheFormatVersion;
-        else continue;
+        const std::string& quoted = pieces[0];
+        if (quoted.size() < 3 || quoted.front() != '"' || quoted.back() != '"' ||
+            quoted.find('"', 1) != quoted.size() - 1)
+            continue;
+        const ZString key(quoted.substr(1, quoted.size() - 2));
         // The value runs to the next double-quote mark. A second piece made only of
         // double-quote marks holds no text at all: it reads as the empty value.
         pieces[1].split("\"", value);
         const ZString v = value.empty() ? ZString() : value[0];
-        if (text) *text = v;
-        else if (integer) *integer = v.asInt();
-        else *real = v.asFloat();
+        auto same = std::find_if(record.begin(), record.end(), [&](const auto& kv) { return kv.first == key; });
+        if (same != record.end()) same->second = v;
+        else record.emplace_back(key, v);
+    }
+    return record;
+}
+
+void ZCacheCommon::readInfoTokens(std::istream& file, const InfoFields& out) {
+    for (const auto& [key, v] : readInfoRecord(file)) {
+        if (key == "CacheType") *out.cacheType = v;
+        else if (key == "NodeName") *out.nodeName = v;
+        else if (key == "NodeType") *out.nodeType = v;
+        else if (key == "MeshNodeName") *out.meshNodeName = v;
+        else if (key == "BindingScheme") *out.bindingScheme = v.asInt();
+        else if (key == "TextureType") *out.textureType = v.asInt();
+        else if (key == "CacheFormatVersion") *out.cacheFormatVersion = v.asFloat();
     }
 }

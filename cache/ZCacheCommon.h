@@ -5,8 +5,10 @@
 // once.
 #pragma once
 
+#include <cstdint>
 #include <istream>
 #include <ostream>
+#include <utility>
 #include <vector>
 
 #include "base/UlmexBase.h"
@@ -103,8 +105,37 @@ public:
     // read and allocation.
     static constexpr size_t kMaxInfoBytes = 1 << 16;
     static void readInfoTokens(std::istream& in, const InfoFields& out);
+    // Every key of the record by the same token rule (a quoted key, known or not, and the
+    // text of its second piece up to the next double-quote mark), in the order of first
+    // appearance, a later value replacing an earlier one.
+    using InfoRecord = std::vector<std::pair<Ulmex::ZString, Ulmex::ZString>>;
+    static InfoRecord readInfoRecord(std::istream& in);
 
     // The text that ends a per-frame file name on the writing side: "m" for a frame below
     // 0, otherwise "p", then ZString(frame) with its sign (frame -5: m-5, frame 0: p0).
     static Ulmex::ZString frameTag(float frame);
+
+    // The files of a cache directory (CACHE_DIR/NODE_NAME). The static ones are written by
+    // bakeStatic; a frame's are a kind followed by frameTag(frame), written by bakePerFrame.
+    static constexpr const char* kInfo = "info";
+    static constexpr const char* kFollicles = "follicles";
+    static constexpr const char* kFeathers = "feathers";
+    static constexpr const char* kRManAttrs = "rmanAttrs";
+    static constexpr const char* kFeatherRManAttrs = "featherRManAttrs";  // the same bytes as rmanAttrs
+    static constexpr const char* kSources = "sources";
+    static constexpr const char* kCurves = "curves_";
+    static constexpr const char* kBoundingBox = "bbox_";
+    static constexpr const char* kTransforms = "xforms_";
+    static constexpr const char* kFolds = "folds_";
+    static Ulmex::ZString frameFile(const Ulmex::ZString& dir, const char* kind, float frame) {
+        return dir + "/" + kind + frameTag(frame);
+    }
+    static Ulmex::ZString staticFile(const Ulmex::ZString& dir, const char* name) { return dir + "/" + name; }
+    // The frame a per-frame file of `kind` is written for, when `fileName` is one the
+    // bakers write (its tag is frameTag of the number it spells); false for any other name.
+    static bool frameOfFile(const Ulmex::ZString& fileName, const char* kind, float* frame);
+
+    // The sources file opens with the source count and this field count; the fields follow
+    // in columns, each through every source before the next.
+    static constexpr int32_t kSourceFields = 12;
 };

@@ -265,19 +265,11 @@ int main(int argc, char** argv) {
         shot.setFrame(static_cast<float>(frame));
         identical += ok && sameFrame(groom, shot.curves, loaded, curves);
     }
-    // The feathers file is the host's to read, with ZFeather::read.
-    ZFeather loadedContour, loadedCovert;
-    {
-        std::ifstream in(cacheDir + "/feathers", std::ios::binary);
-        int32_t feathers = 0;
-        readPod(in, feathers);
-        if (feathers == 2) {
-            loadedContour.read(in);
-            loadedCovert.read(in);
-        }
-    }
-    const bool featherTrip = loadedContour.mesh == contour.mesh && loadedCovert.curves == covert.curves &&
-                             loadedCovert.name == covert.name;
+    // The feather templates come back with the library's reader of the cache's feather files.
+    std::vector<ZFeather> loadedFeathers;
+    const bool feathersRead = readFeathersData(cacheDir, &loadedFeathers) && loadedFeathers.size() == 2;
+    const bool featherTrip = feathersRead && loadedFeathers[0].mesh == contour.mesh &&
+                             loadedFeathers[1].curves == covert.curves && loadedFeathers[1].name == covert.name;
     const bool cacheTrip = found && identical == frameCount && featherTrip;
 
     // The body as animation delivers it: found by name in an Alembic file, and the groom

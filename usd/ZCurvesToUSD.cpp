@@ -243,8 +243,8 @@ TfToken primToken(const ZString& n) { return TfToken(ZCurvesToUSD::primName(n));
 // path length can overrun anything. The time, where the format has one, stands between
 // kind and suffix.
 template <typename... Time>
-std::string fileName(const ZCurvesToUSD& x, const char* format, Time... t) {
-    const char* detail = x.high ? "high" : "low";
+std::string fileName(const ZCurvesToUSD& x, bool high, const char* format, Time... t) {
+    const char* detail = high ? "high" : "low";
     const int n = std::snprintf(nullptr, 0, format, x.basePath.c_str(), detail, x.kind.c_str(), t..., x.suffix.c_str());
     if (n <= 0) return std::string();
     std::string out(static_cast<size_t>(n) + 1, '\0');
@@ -253,9 +253,6 @@ std::string fileName(const ZCurvesToUSD& x, const char* format, Time... t) {
     return out;
 }
 
-std::string attributeFileName(const ZCurvesToUSD& x) {
-    return x.perFrameFiles ? fileName(x, "%s.%s_%s.0000%s") : fileName(x, "%s.%s_%s%s");
-}
 
 // UsdGeom declares the primvar field "interpolation" in its plug-in information; Sdf alone
 // does not know it and refuses to author it. Where the OpenUSD in the process stops at Sdf
@@ -291,19 +288,22 @@ SdfLayerRefPtr findOrCreate(const std::string& path) {
 
 } // namespace
 
+std::string ZCurvesToUSD::geometryFile(float t, bool h, bool subFrame) const {
+    if (!perFrameFiles) return fileName(*this, h, "%s.%s_%s%s");
+    // Only "high" names carry sub-frame digits; "low" rounds to a whole frame. A negative
+    // fraction counts as whole unless subFrame says otherwise.
+    const bool fractional = t - std::trunc(t) > 0.f;
+    return (fractional || subFrame) && h ? fileName(*this, h, "%s.%s_%s.%04.2f%s", double(t))
+                                         : fileName(*this, h, "%s.%s_%s.%04.f%s", double(t));
+}
+
+std::string ZCurvesToUSD::attributeFile(bool h) const {
+    return perFrameFiles ? fileName(*this, h, "%s.%s_%s.0000%s") : fileName(*this, h, "%s.%s_%s%s");
+}
+
 void ZCurvesToUSD::writeGeometryToUSD(float t, bool h, bool subFrame) {
     high = h;
-    std::string path;
-    if (!perFrameFiles) {
-        path = fileName(*this, "%s.%s_%s%s");
-    } else {
-        // Only "high" names carry sub-frame digits; "low" rounds to a whole frame. A
-        // negative fraction counts as whole unless subFrame says otherwise.
-        const bool fractional = t - std::trunc(t) > 0.f;
-        path = (fractional || subFrame) && high ? fileName(*this, "%s.%s_%s.%04.2f%s", double(t))
-                                                : fileName(*this, "%s.%s_%s.%04.f%s", double(t));
-    }
-    SdfLayerRefPtr layer = findOrCreate(path);
+    SdfLayerRefPtr layer = findOrCreate(geometryFile(t, h, subFrame));
     time = t;
     stage = layer;
     // A file that can be neither found nor made: nothing is written (the calls of USD's
@@ -326,7 +326,7 @@ void ZCurvesToUSD::writeGeometryToUSD(float t, bool h, bool subFrame) {
 
 void ZCurvesToUSD::writeAttributeToUSD(bool h) {
     high = h;
-    SdfLayerRefPtr layer = findOrCreate(attributeFileName(*this));
+    SdfLayerRefPtr layer = findOrCreate(attributeFile(h));
     stage = layer;
     if (!layer) return;
     layer->Clear();

@@ -21,6 +21,7 @@
 
 #include <pxr/sdf/layer.h>
 
+#include <string>
 #include <vector>
 
 #include "base/UlmexBase.h"
@@ -71,6 +72,13 @@ public:
     // underscore, and an empty name is "_". "fur.001" gives "fur_001", "my fur" "my_fur",
     // "1fur" "_fur". Names that are valid already are kept as they are.
     static Ulmex::ZString primName(const Ulmex::ZString& name);
+
+    // The file writeGeometryToUSD(time, high, subFrame) writes, and the one
+    // writeAttributeToUSD(high) writes, from basePath, kind, suffix and perFrameFiles:
+    // "hair.high_geom.1001.usd", "hair.high_geom.1001.50.usd", "hair.high_geom.0000.usd";
+    // without perFrameFiles both are "hair.high_geom.usd".
+    std::string geometryFile(float time, bool high, bool subFrame) const;
+    std::string attributeFile(bool high) const;
 
     // The geometry half at `time`: with perFrameFiles into a cleared file of its own (a
     // fractional or subFrame time keeps two decimals in "high" file names), otherwise

@@ -5,9 +5,6 @@ transforms and folds), and a check of every frame with the library's own readers
 from __future__ import annotations
 
 import math
-import os
-import re
-import struct
 from dataclasses import dataclass, field
 from pathlib import Path
 from typing import Any
@@ -16,9 +13,6 @@ import numpy as np
 import numpy.typing as npt
 
 from . import _groomcore as gc
-
-FRAME_FILE = re.compile(r"^curves_([pm])(-?\d+(?:\.\d+)?)$")
-INFO_LINE = re.compile(r'^\s*"([^"]+)"\s*:\s*"([^"]*)"\s*,?\s*$')
 
 
 class CacheError(Exception):
@@ -54,33 +48,20 @@ class CacheDir:
     # ----------------------------------------------------------------- contents
 
     def info_record(self) -> dict[str, str]:
-        """Every key of the info record, as text; empty when there is none."""
-        try:
-            text = (self.path / "info").read_text(errors="replace")
-        except OSError:
-            return {}
-        out: dict[str, str] = {}
-        for line in text.splitlines():
-            m = INFO_LINE.match(line)
-            if m:
-                out[m.group(1)] = m.group(2)
-        return out
+        """Every key of the info record as the library reads it (readInfoRecord: a node
+        named "ns:hair" reads as "ns"); empty when there is none."""
+        return gc.readInfoRecord(str(self.path)) or {}
 
     def frames(self) -> list[float]:
-        """The frames that have a curves file, in order."""
-        found = []
-        for entry in os.listdir(self.path):
-            m = FRAME_FILE.match(entry)
-            if m:
-                value = float(m.group(2))
-                if m.group(1) == "m" and value > 0 or m.group(1) == "p" and value < 0:
-                    continue  # not a name the bakers write
-                found.append(value)
-        return sorted(found)
+        """The frames that have a curves file, in order (readCacheFrames)."""
+        frames = gc.readCacheFrames(str(self.path))
+        if frames is None:
+            raise CacheError(f"{self.path}: cannot list the cache")
+        return frames
 
     def static_follicles(self) -> gc.ZFollicles:
         f = gc.ZFollicles()
-        path = self.path / "follicles"
+        path = self.path / gc.CACHE_FOLLICLES
         if not path.is_file():
             raise CacheError(f"{self.path}: no follicles file")
         f.read(path)
@@ -93,63 +74,52 @@ class CacheDir:
         return self._strands
 
     def feathers(self) -> list[gc.ZFeather]:
-        """The feather templates of the `feathers` file: a count, then the records."""
-        path = self.path / "feathers"
-        if not path.is_file():
+        """The feather templates with their renderer attributes (readFeathersData); empty
+        when the cache has none."""
+        if not (self.path / gc.CACHE_FEATHERS).is_file():
             return []
-        data = path.read_bytes()
-        if len(data) < 4:
-            raise CacheError(f"{path}: no feather count")
-        (count,) = struct.unpack_from("<i", data)
-        if count < 0 or count > len(data):
-            raise CacheError(f"{path}: a feather count of {count}")
-        out, offset = [], 4
-        for k in range(count):
-            feather = gc.ZFeather()
-            offset = feather.read(path, offset)
-            if offset < 0:
-                raise CacheError(f"{path}: feather {k} of {count} is damaged")
-            out.append(feather)
-        return out
+        feathers = gc.readFeathersData(str(self.path))
+        if feathers is None:
+            raise CacheError(f"{self.path}: the feathers or their rmanAttrs are damaged")
+        return feathers
+
+    def sources(self) -> list[gc.ZSource]:
+        """The source templates (readSourcesData); empty when the cache has none."""
+        if not (self.path / gc.CACHE_SOURCES).is_file():
+            return []
+        sources = gc.readSourcesData(str(self.path))
+        if sources is None:
+            raise CacheError(f"{self.path}: the sources file is damaged")
+        return sources
+
+    def _frame_file(self, kind: str, frame: float) -> Path:
+        return Path(gc.cacheFramePath(str(self.path), kind, frame))
 
     def transforms(self, frame: float) -> tuple[npt.NDArray[np.float32], npt.NDArray[np.float32]] | None:
-        """Per-strand feather scales and rotations of `xforms_TAG`, or None without the file."""
-        path = self.path / f"xforms_{frame_tag(frame)}"
-        if not path.is_file():
+        """Per-strand feather scales and rotations (readFeatherTransformsData), or None
+        without the file."""
+        if not self._frame_file(gc.CACHE_TRANSFORMS, frame).is_file():
             return None
-        data = path.read_bytes()
-        arrays, offset = [], 0
-        for _ in range(2):
-            if offset + 4 > len(data):
-                raise CacheError(f"{path.name}: truncated")
-            (n,) = struct.unpack_from("<i", data, offset)
-            end = offset + 4 + 12 * n
-            if n < 0 or end > len(data):
-                raise CacheError(f"{path.name}: {n} vectors do not fit in the file")
-            arrays.append(np.frombuffer(data, np.float32, 3 * n, offset + 4).reshape(n, 3).copy())
-            offset = end
-        return arrays[0], arrays[1]
+        read = gc.readFeatherTransformsData(str(self.path), frame)
+        if read is None:
+            raise CacheError(f"frame {frame:g}: the feather transforms are damaged")
+        return read
 
     def folds(self, frame: float) -> npt.NDArray[np.float32] | None:
-        path = self.path / f"folds_{frame_tag(frame)}"
-        if not path.is_file():
+        """Per-strand feather folds (readFoldsData), or None without the file."""
+        if not self._frame_file(gc.CACHE_FOLDS, frame).is_file():
             return None
-        data = path.read_bytes()
-        (n,) = struct.unpack_from("<i", data) if len(data) >= 4 else (-1,)
-        if n < 0 or 4 + 4 * n > len(data):
-            raise CacheError(f"{path.name}: truncated")
-        return np.frombuffer(data, np.float32, n, 4).copy()
+        read = gc.readFoldsData(str(self.path), frame)
+        if read is None:
+            raise CacheError(f"frame {frame:g}: the folds are damaged")
+        return read
 
     def box(self, frame: float) -> gc.ZBoundingBox:
-        """The frame's bounds from `bbox_TAG`: min x, max x, min y, max y, min z, max z."""
-        path = self.path / f"bbox_{frame_tag(frame)}"
-        try:
-            values = [float(v) for v in path.read_text().split()]
-        except (OSError, ValueError) as e:
-            raise CacheError(f"{path.name}: {e.strerror if isinstance(e, OSError) else e}") from None
-        if len(values) != 6 or not all(math.isfinite(v) for v in values):
-            raise CacheError(f"{path.name}: not six numbers")
-        return gc.ZBoundingBox(gc.ZVector(values[0], values[2], values[4]), gc.ZVector(values[1], values[3], values[5]))
+        """The frame's bounds (readBoundingBoxData)."""
+        box = gc.readBoundingBoxData(str(self.path), frame)
+        if box is None:
+            raise CacheError(f"frame {frame:g}: bounds missing or damaged")
+        return box
 
     def read_frame(self, frame: float) -> tuple[gc.ZCurves, gc.ZFollicles]:
         """One frame through readStrandsData, checked against the static record."""
@@ -157,8 +127,9 @@ class CacheDir:
             raise CacheError(f"frame {frame:g}: the library reads whole frames only")
         if frame == 0:
             raise CacheError("frame 0: written as p0, which readStrandsData cannot read (it asks for z0)")
-        if not (self.path / f"curves_{frame_tag(frame)}").is_file():
-            raise CacheError(f"frame {frame:g}: missing (no curves_{frame_tag(frame)})")
+        curves_file = self._frame_file(gc.CACHE_CURVES, frame)
+        if not curves_file.is_file():
+            raise CacheError(f"frame {frame:g}: missing (no {curves_file.name})")
         curves, follicles = gc.ZCurves(), gc.ZFollicles()
         if not gc.readStrandsData(str(self.path), int(frame), curves, follicles):
             raise CacheError(f"frame {frame:g}: readStrandsData failed (no follicles file)")
@@ -196,10 +167,10 @@ class CacheDir:
             "frame_count": len(frames),
             "strands": strands,
             "cvs": cvs,
-            "feathers": (self.path / "feathers").is_file(),
-            "sources": (self.path / "sources").is_file(),
-            "transforms": any(p.name.startswith("xforms_") for p in files),
-            "folds": any(p.name.startswith("folds_") for p in files),
+            "feathers": (self.path / gc.CACHE_FEATHERS).is_file(),
+            "sources": (self.path / gc.CACHE_SOURCES).is_file(),
+            "transforms": any(p.name.startswith(gc.CACHE_TRANSFORMS) for p in files),
+            "folds": any(p.name.startswith(gc.CACHE_FOLDS) for p in files),
             "bytes": sum(p.stat().st_size for p in files),
         }
 
@@ -221,8 +192,8 @@ class CacheDir:
             problems.append(FrameProblem(math.nan, str(e).split(": ", 1)[-1]))
         present = self.frames()
         wanted = present if frames is None else frames
-        has_xforms = any((self.path / f"xforms_{frame_tag(f)}").is_file() for f in present)
-        has_folds = any((self.path / f"folds_{frame_tag(f)}").is_file() for f in present)
+        has_xforms = any(self._frame_file(gc.CACHE_TRANSFORMS, f).is_file() for f in present)
+        has_folds = any(self._frame_file(gc.CACHE_FOLDS, f).is_file() for f in present)
         for frame in wanted:
             try:
                 curves, follicles = self.read_frame(frame)

@@ -41,12 +41,19 @@ def level_name(high: bool) -> str:
     return "high" if high else "low"
 
 
+def _namer(s: Settings) -> gc.ZCurvesToUSD:
+    """An exporter that only names files: the per-frame files of OUT_BASE, as it writes them."""
+    x = gc.ZCurvesToUSD()
+    x.basePath, x.perFrameFiles = s.out_base, True
+    return x
+
+
 def geometry_file(s: Settings, frame: int, high: bool) -> Path:
-    return Path(f"{s.out_base}.{level_name(high)}_geom.{frame:04d}.usd")
+    return Path(_namer(s).geometryFile(frame, high, False))
 
 
 def attribute_file(s: Settings, high: bool) -> Path:
-    return Path(f"{s.out_base}.{level_name(high)}_geom.0000.usd")
+    return Path(_namer(s).attributeFile(high))
 
 
 def asset_file(s: Settings, high: bool) -> Path:
@@ -103,17 +110,6 @@ def _stage_dir(s: Settings, what: str) -> Path:
     return d
 
 
-def _fail_once_for_tests(frame: int) -> None:
-    """GROOMCORE_EXPORT_FAIL_ONCE=FRAME:MARKER ends the process the first time FRAME is
-    exported, with its files staged but not published: the test suite's killed worker."""
-    spec = os.environ.get("GROOMCORE_EXPORT_FAIL_ONCE", "")
-    if ":" in spec:
-        target, marker = spec.split(":", 1)
-        if target == str(frame) and not os.path.exists(marker):
-            Path(marker).touch()
-            os._exit(3)
-
-
 def export_frame(s: Settings, frame: int) -> dict[str, Any]:
     """Exports one frame at every level; returns its timing and peak memory."""
     t0 = time.perf_counter()
@@ -123,7 +119,6 @@ def export_frame(s: Settings, frame: int) -> dict[str, Any]:
         for high in s.levels:
             x.writeGeometryToUSD(frame, high, False)
         del x
-        _fail_once_for_tests(frame)
         for high in s.levels:
             _publish(stage / geometry_file(s, frame, high).name, geometry_file(s, frame, high))
     finally:
@@ -135,6 +130,55 @@ def export_frame(s: Settings, frame: int) -> dict[str, Any]:
         "peak_rss_mb": resource.getrusage(resource.RUSAGE_SELF).ru_maxrss / 1024,
         "pid": os.getpid(),
     }
+
+
+Report = Callable[[int, "dict[str, Any] | None", str], None]
+
+
+def _run_serial(s: Settings, frames: Sequence[int], report: Report) -> None:
+    """Every frame in this process, in order."""
+    for frame in frames:
+        try:
+            report(frame, export_frame(s, frame), "")
+        except CacheError as e:
+            report(frame, None, str(e))
+
+
+def _run_dask(s: Settings, frames: Sequence[int], workers: int, scheduler: str, report: Report) -> None:
+    """The frames on the Dask cluster at `scheduler`, or on a local one of `workers`
+    processes, each frame a task (retried on a lost worker), reported as they finish."""
+    from dask.distributed import Client, LocalCluster, as_completed
+
+    cluster = None
+    if scheduler:
+        client = Client(scheduler)
+    else:
+        # One frame at a time per worker process, and one OpenMP thread in it: the
+        # processes are the parallelism, and N of them fill N cores.
+        cluster = LocalCluster(
+            n_workers=workers,
+            threads_per_worker=1,
+            processes=True,
+            dashboard_address=None,
+            silence_logs=40,
+            env={"OMP_NUM_THREADS": "1"},
+        )
+        client = Client(cluster)
+    try:
+        futures = client.map(export_frame, [s] * len(frames), list(frames), pure=False, retries=2)
+        index = {f.key: frame for f, frame in zip(futures, frames, strict=True)}
+        for future in as_completed(futures):
+            frame = index[future.key]
+            try:
+                report(frame, future.result(), "")
+            except CacheError as e:
+                report(frame, None, str(e))
+            except Exception as e:  # a worker lost more often than retries allow
+                report(frame, None, f"{type(e).__name__}: {e}")
+    finally:
+        client.close()
+        if cluster is not None:
+            cluster.close()
 
 
 def run_frames(
@@ -153,71 +197,30 @@ def run_frames(
     failed: dict[int, str] = {}
     bar = tqdm(total=len(frames), unit="frame", disable=not progress or None, dynamic_ncols=True)
 
-    def failure(frame: int, why: str) -> None:
-        failed[frame] = why
-        if on_error:
-            on_error(frame, why)
+    def report(frame: int, result: dict[str, Any] | None, why: str) -> None:
+        if result is not None:
+            results.append(result)
+        else:
+            failed[frame] = why
+            if on_error:
+                on_error(frame, why)
+        bar.update()
 
     try:
-        if not workers and not scheduler:
-            for frame in frames:
-                try:
-                    results.append(export_frame(s, frame))
-                except CacheError as e:
-                    failure(frame, str(e))
-                bar.update()
+        if workers or scheduler:
+            _run_dask(s, frames, workers, scheduler, report)
         else:
-            from dask.distributed import Client, LocalCluster, as_completed
-
-            cluster = None
-            if scheduler:
-                client = Client(scheduler)
-            else:
-                # One frame at a time per worker process, and one OpenMP thread in it: the
-                # processes are the parallelism, and N of them fill N cores.
-                cluster = LocalCluster(
-                    n_workers=workers,
-                    threads_per_worker=1,
-                    processes=True,
-                    dashboard_address=None,
-                    silence_logs=40,
-                    env={"OMP_NUM_THREADS": "1"},
-                )
-                client = Client(cluster)
-            try:
-                futures = client.map(export_frame, [s] * len(frames), list(frames), pure=False, retries=2)
-                index = {f.key: frame for f, frame in zip(futures, frames, strict=True)}
-                for future in as_completed(futures):
-                    frame = index[future.key]
-                    try:
-                        results.append(future.result())
-                    except CacheError as e:
-                        failure(frame, str(e))
-                    except Exception as e:  # a worker lost more often than retries allow
-                        failure(frame, f"{type(e).__name__}: {e}")
-                    bar.update()
-            finally:
-                client.close()
-                if cluster is not None:
-                    cluster.close()
+            _run_serial(s, frames, report)
     finally:
         bar.close()
     return sorted(results, key=lambda r: int(r["frame"])), failed
 
 
-def assemble(s: Settings, frames: Sequence[int], up_axis: str, meters_per_unit: float) -> list[Path]:
-    """The attribute file of each level (from the first frame) and the shot asset that
-    composes it with the per-frame files as value clips. Every frame must be there."""
-    missing = [f for f in frames if not frame_done(s, f)]
-    if missing:
-        shown = ", ".join(str(f) for f in missing[:10]) + (" ..." if len(missing) > 10 else "")
-        raise CacheError(f"{len(missing)} frames are not exported yet: {shown}")
-    from pxr import Sdf, UsdUtils
-
+def write_attribute_files(s: Settings, first_frame: int) -> list[Path]:
+    """The attribute file of each level (topology, widths, primvars), from the first frame."""
     stage = _stage_dir(s, "attributes")
-    written: list[Path] = []
     try:
-        x, _keep = _exporter(s, frames[0], stage / Path(s.out_base).name)
+        x, _keep = _exporter(s, first_frame, stage / Path(s.out_base).name)
         for high in s.levels:
             x.writeAttributeToUSD(high)
         del x
@@ -225,25 +228,30 @@ def assemble(s: Settings, frames: Sequence[int], up_axis: str, meters_per_unit: 
             _publish(stage / attribute_file(s, high).name, attribute_file(s, high))
     finally:
         shutil.rmtree(stage, ignore_errors=True)
+    return [attribute_file(s, high) for high in s.levels]
 
-    # Stitched in a staging folder that links the clips under their own names, so that the
-    # asset names them relative to itself; its three layers are then moved into place, the
-    # asset last.
+
+def stitch_shot_assets(s: Settings, frames: Sequence[int], up_axis: str, meters_per_unit: float) -> list[Path]:
+    """The shot asset of each level: the attribute file over the per-frame files as value
+    clips, stitched by usd-core's UsdUtils with its topology and manifest layers.
+
+    It is stitched in a staging folder that links the clips and the attribute file under
+    their own names, so that every path in it is relative to the asset; its three layers
+    are then moved into place, the asset last."""
+    from pxr import Sdf, UsdUtils
+
     out_dir = Path(s.out_base).parent.resolve()
-    cwd = os.getcwd()
-    stage = _stage_dir(s, "asset")
+    stage = _stage_dir(s, "asset").resolve()
+    written: list[Path] = []
     try:
-        for f in frames:
-            for high in s.levels:
-                (stage / geometry_file(s, f, high).name).symlink_to(out_dir / geometry_file(s, f, high).name)
         for high in s.levels:
-            (stage / attribute_file(s, high).name).symlink_to(out_dir / attribute_file(s, high).name)
-        os.chdir(stage)
-        for high in s.levels:
-            attributes = Sdf.Layer.OpenAsAnonymous(attribute_file(s, high).name)
+            linked = [geometry_file(s, f, high).name for f in frames] + [attribute_file(s, high).name]
+            for name in linked:
+                (stage / name).symlink_to(out_dir / name)
+            attributes = Sdf.Layer.OpenAsAnonymous(str(stage / attribute_file(s, high).name))
             final = asset_file(s, high)
-            result = Sdf.Layer.CreateNew(final.name)
-            clips = [geometry_file(s, f, high).name for f in frames]
+            result = Sdf.Layer.CreateNew(str(stage / final.name))
+            clips = [str(stage / geometry_file(s, f, high).name) for f in frames]
             prim = Sdf.Path("/" + str(attributes.defaultPrim))
             if not UsdUtils.StitchClips(result, clips, prim, frames[0], frames[-1]):
                 raise CacheError(f"usd-core could not stitch the clips of {final.name}")
@@ -253,16 +261,25 @@ def assemble(s: Settings, frames: Sequence[int], up_axis: str, meters_per_unit: 
             result.pseudoRoot.SetInfo("metersPerUnit", meters_per_unit)
             result.defaultPrim = attributes.defaultPrim
             result.Save()
-            stem = final.name[: -len(".usda")]
-            for name in (f"{stem}.topology.usda", f"{stem}.manifest.usda", final.name):
+            side_files = (UsdUtils.GenerateClipTopologyName(final.name), UsdUtils.GenerateClipManifestName(final.name))
+            for name in (*side_files, final.name):
                 if (stage / name).exists():
                     _publish(stage / name, out_dir / name)
             written.append(out_dir / final.name)
     finally:
-        os.chdir(cwd)
         shutil.rmtree(stage, ignore_errors=True)
         _remove_partial_if_empty(s)
     return written
+
+
+def assemble(s: Settings, frames: Sequence[int], up_axis: str, meters_per_unit: float) -> list[Path]:
+    """The attribute files and the shot assets of a shot whose every frame is exported."""
+    missing = [f for f in frames if not frame_done(s, f)]
+    if missing:
+        shown = ", ".join(str(f) for f in missing[:10]) + (" ..." if len(missing) > 10 else "")
+        raise CacheError(f"{len(missing)} frames are not exported yet: {shown}")
+    write_attribute_files(s, frames[0])
+    return stitch_shot_assets(s, frames, up_axis, meters_per_unit)
 
 
 def _remove_partial_if_empty(s: Settings) -> None:

@@ -3,6 +3,7 @@
 // objects they are given, which stay alive as long as they are set.
 #include <nanobind/stl/optional.h>
 #include <nanobind/stl/tuple.h>
+#include <nanobind/stl/vector.h>
 
 #include <optional>
 #include <sstream>
@@ -96,6 +97,31 @@ void bindCache(nb::module_& m) {
         "frameTag", [](float frame) { return std::string(ZCacheCommon::frameTag(frame)); }, nb::arg("frame"),
         "The text that ends the per-frame file names of a bake at `frame` (curves_, bbox_, xforms_, folds_), "
         "as the bakers write it: p1001, m-5, p0 for 0 and -0, p1001.125 for a sub-frame.");
+    // The cache directory's file names, for tools that list or check its files.
+    m.attr("CACHE_INFO") = ZCacheCommon::kInfo;
+    m.attr("CACHE_FOLLICLES") = ZCacheCommon::kFollicles;
+    m.attr("CACHE_FEATHERS") = ZCacheCommon::kFeathers;
+    m.attr("CACHE_RMAN_ATTRS") = ZCacheCommon::kRManAttrs;
+    m.attr("CACHE_FEATHER_RMAN_ATTRS") = ZCacheCommon::kFeatherRManAttrs;
+    m.attr("CACHE_SOURCES") = ZCacheCommon::kSources;
+    m.attr("CACHE_CURVES") = ZCacheCommon::kCurves;
+    m.attr("CACHE_BOUNDING_BOX") = ZCacheCommon::kBoundingBox;
+    m.attr("CACHE_TRANSFORMS") = ZCacheCommon::kTransforms;
+    m.attr("CACHE_FOLDS") = ZCacheCommon::kFolds;
+    m.def(
+        "cacheFramePath",
+        [](const ZString& dir, const std::string& kind, float frame) {
+            for (const char* k : {ZCacheCommon::kCurves, ZCacheCommon::kBoundingBox, ZCacheCommon::kTransforms,
+                                  ZCacheCommon::kFolds})
+                if (kind == k) return std::string(ZCacheCommon::frameFile(dir, k, frame));
+            throw nb::value_error(("cacheFramePath: '" + kind +
+                                   "' is not a per-frame file kind (CACHE_CURVES, CACHE_BOUNDING_BOX, "
+                                   "CACHE_TRANSFORMS, CACHE_FOLDS)")
+                                      .c_str());
+        },
+        nb::arg("cacheDirectory"), nb::arg("kind"), nb::arg("frame"),
+        "The path of a per-frame file of the cache as the bakers name it: cacheDirectory/kind + frameTag(frame), "
+        "kind one of CACHE_CURVES, CACHE_BOUNDING_BOX, CACHE_TRANSFORMS and CACHE_FOLDS.");
     m.def("isValidCachePathAndCacheName", &isValidCachePathAndCacheName, nb::arg("path"), nb::arg("name"),
           release(), doc("isValidCachePathAndCacheName"));
     m.def(
@@ -106,6 +132,24 @@ void bindCache(nb::module_& m) {
         },
         nb::arg("cacheDirectory"), nb::arg("info"), doc("readInfoData"));
     m.def(
+        "readInfoRecord",
+        [](const ZString& dir) -> std::optional<nb::dict> {
+            std::vector<std::pair<ZString, ZString>> record;
+            bool ok;
+            {
+                const Unlocked unlocked("readInfoRecord", {});
+                ok = readInfoRecord(dir, &record);
+            }
+            if (!ok) return std::nullopt;
+            nb::dict out;
+            for (const auto& [key, value] : record) out[nb::cast(key)] = nb::cast(value);
+            return out;
+        },
+        nb::arg("cacheDirectory"),
+        nb::sig("def readInfoRecord(cacheDirectory: str) -> dict[str, str] | None"),
+        "Every key of the cache's info record with its value as readInfoData reads it (\"NodeName\":\"ns:hair\" "
+        "gives 'ns'), in the order of first appearance; None when there is no info file.");
+    m.def(
         "readStrandsData",
         [](const ZString& dir, int frame, ZCurves& curves, ZFollicles& follicles) {
             refuseIfViewed(curves, "readStrandsData");
@@ -115,6 +159,90 @@ void bindCache(nb::module_& m) {
         },
         nb::arg("cacheDirectory"), nb::arg("frame"), nb::arg("curves"), nb::arg("follicles"), doc("readStrandsData"));
 
+    m.def(
+        "readCacheFrames",
+        [](const ZString& dir) -> std::optional<std::vector<float>> {
+            std::vector<float> frames;
+            const Unlocked unlocked("readCacheFrames", {});
+            if (!readCacheFrames(dir, &frames)) return std::nullopt;
+            return frames;
+        },
+        nb::arg("cacheDirectory"), nb::sig("def readCacheFrames(cacheDirectory: str) -> list[float] | None"),
+        intern(std::string(doc("readCacheFrames")) + " None when the directory cannot be listed."));
+    m.def(
+        "readFeathersData",
+        [](const ZString& dir) -> nb::object {
+            std::vector<ZFeather> feathers;
+            bool ok;
+            {
+                const Unlocked unlocked("readFeathersData", {});
+                ok = readFeathersData(dir, &feathers);
+            }
+            if (!ok) return nb::none();
+            nb::list out;
+            for (ZFeather& f : feathers) out.append(nb::cast(std::move(f), nb::rv_policy::move));
+            return out;
+        },
+        nb::arg("cacheDirectory"), nb::sig("def readFeathersData(cacheDirectory: str) -> list[ZFeather] | None"),
+        intern(std::string(doc("readFeathersData")) + " None when they cannot be read whole."));
+    m.def(
+        "readSourcesData",
+        [](const ZString& dir) -> nb::object {
+            std::vector<ZSource> sources;
+            bool ok;
+            {
+                const Unlocked unlocked("readSourcesData", {});
+                ok = readSourcesData(dir, &sources);
+            }
+            if (!ok) return nb::none();
+            nb::list out;
+            for (ZSource& s : sources) out.append(nb::cast(std::move(s), nb::rv_policy::move));
+            return out;
+        },
+        nb::arg("cacheDirectory"), nb::sig("def readSourcesData(cacheDirectory: str) -> list[ZSource] | None"),
+        intern(std::string(doc("readSourcesData")) + " None when they cannot be read whole."));
+    m.def(
+        "readBoundingBoxData",
+        [](const ZString& dir, float frame) -> std::optional<ZBoundingBox> {
+            ZBoundingBox box;
+            const Unlocked unlocked("readBoundingBoxData", {});
+            if (!readBoundingBoxData(dir, frame, &box)) return std::nullopt;
+            return box;
+        },
+        nb::arg("cacheDirectory"), nb::arg("frame"),
+        intern(std::string(doc("readBoundingBoxData")) + " None when the file is missing or damaged."));
+    m.def(
+        "readFeatherTransformsData",
+        [](const ZString& dir, float frame) -> nb::object {
+            ZVectorArray scales, rotations;
+            bool ok;
+            {
+                const Unlocked unlocked("readFeatherTransformsData", {});
+                ok = readFeatherTransformsData(dir, frame, &scales, &rotations);
+            }
+            if (!ok) return nb::none();
+            return nb::make_tuple(owned(std::move(scales)), owned(std::move(rotations)));
+        },
+        nb::arg("cacheDirectory"), nb::arg("frame"),
+        nb::sig("def readFeatherTransformsData(cacheDirectory: str, frame: float) -> "
+                "tuple[numpy.typing.NDArray[numpy.float32], numpy.typing.NDArray[numpy.float32]] | None"),
+        intern(std::string(doc("readFeatherTransformsData")) +
+               " Returns (scales, rotations) as new (n, 3) arrays; None when the file is missing or damaged."));
+    m.def(
+        "readFoldsData",
+        [](const ZString& dir, float frame) -> nb::object {
+            ZFloatArray folds;
+            bool ok;
+            {
+                const Unlocked unlocked("readFoldsData", {});
+                ok = readFoldsData(dir, frame, &folds);
+            }
+            if (!ok) return nb::none();
+            return owned(std::move(folds));
+        },
+        nb::arg("cacheDirectory"), nb::arg("frame"),
+        nb::sig("def readFoldsData(cacheDirectory: str, frame: float) -> numpy.typing.NDArray[numpy.float32] | None"),
+        intern(std::string(doc("readFoldsData")) + " A new array; None when the file is missing or damaged."));
     m.def(
         "findBodyMeshShapeNode",
         [](const ZString& path, const ZString& bodyName) -> std::optional<ZAlembicObject> {

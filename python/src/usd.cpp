@@ -123,7 +123,10 @@ void bindUsd(nb::module_& m) {
                 const Unlocked unlocked("writeAttributeToUSD", hostUses(x, true));
                 x.writeAttributeToUSD(high);
             },
-            nb::arg("high"), doc("ZCurvesToUSD.writeAttributeToUSD"));
+            nb::arg("high"), doc("ZCurvesToUSD.writeAttributeToUSD"))
+        .def("geometryFile", &X::geometryFile, nb::arg("time"), nb::arg("high"), nb::arg("subFrame"),
+             doc("ZCurvesToUSD.geometryFile"))
+        .def("attributeFile", &X::attributeFile, nb::arg("high"), doc("ZCurvesToUSD.attributeFile"));
 
     // The four writers work on the layer of the last entry call.
     auto writer = [&](const char* name, void (X::*fn)(), bool feathers) {

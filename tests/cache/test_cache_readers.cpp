@@ -9,6 +9,7 @@
 #include "cache/ZCacheCommon.h"
 #include "cache/ZCacheData.h"
 #include "cache/ZCacheData2.h"
+#include "feathers/FeatherFixtures.h"
 #include "support/Damage.h"
 
 using namespace Ulmex;
@@ -26,6 +27,13 @@ RuvoCacheInfo sentinel() {
     r.textureType = 12;
     r.cacheFormatVersion = 13.f;
     return r;
+}
+
+template <typename Cache>
+void pointAt(Cache& c, fixtures::CacheGroom& g) {
+    c.follicles = &g.follicles;
+    c.curves = &g.curves;
+    c.boundingBox = &g.box;
 }
 
 RuvoCacheInfo readInfo(const std::string& text) {
@@ -96,6 +104,184 @@ TEST(CacheReaders, InfoTokenLoop) {
         EXPECT_TRUE(c.getInfo(device)) << device;
         EXPECT_LE(meter.peakAbove(), 8 * ZCacheCommon::kMaxInfoBytes) << device;  // a few copies of the bound
     }
+}
+
+TEST(CacheReaders, InfoRecordIsTheTokenLoopsAnswer) {
+    // Every key, known or not, by the rule readInfoData reads the known ones with: the two
+    // can never disagree about a value.
+    testutil::TempDir tmp;
+    std::ofstream(tmp.file("info"), std::ios::binary)
+        << "{\n\t\"NodeName\":\"ns:hair\",\n\t\"StrandsCount\":\"12\",\n\tBare:\"x\", \"a\"b\":\"y\",\n"
+           "\t\"MeshNodeName\":\"\",\n\t\"StrandsCount\":\"13\",\n}\n";
+    std::vector<std::pair<ZString, ZString>> record;
+    ASSERT_TRUE(readInfoRecord(tmp.path(), &record));
+    const std::vector<std::pair<ZString, ZString>> expected = {
+        {"NodeName", "ns"}, {"StrandsCount", "13"}, {"MeshNodeName", ","}};
+    EXPECT_EQ(record, expected);
+    RuvoCacheInfo info = sentinel();
+    ASSERT_TRUE(readInfoData(tmp.path(), &info));
+    EXPECT_EQ(info.nodeName, record[0].second);
+    EXPECT_EQ(info.meshNodeName, record[2].second);
+    EXPECT_FALSE(readInfoRecord(tmp.file("absent"), &record));
+    EXPECT_EQ(record.size(), 3u);
+}
+
+TEST(CacheReaders, HostFilesReadBackWhole) {
+    // A cache with feathers, sources, transforms and folds at whole, negative and sub-frames,
+    // read back with the library's readers alone and baked again: every file the same bytes.
+    testutil::TempDir tmp;
+    fixtures::CacheGroom groom(6);
+    ZFeather a = fixtures::diamondFeather(), b = fixtures::diamondFeather();
+    b.name = "second";
+    b.txBasePath = "/tex";
+    b.txLayerName = "layer";
+    b.MaterialSet = "mat";
+    b.txmultiUV = 3;
+    b.storedText = "kept";
+    ZSource s1, s2;
+    s1.name = "leaf";
+    s1.color[2] = 0.5f;
+    s1.mesh = a.mesh;
+    s1.auxMeshB = b.mesh;
+    s1.auxTextA = "A";
+    s1.curves = a.curves;
+    s1.boundingBox = ZBoundingBox(ZVector(-1, -2, -3), ZVector(1, 2, 3.25f));
+    s1.storedInt = 77;
+    s1.txAssetName = "asset";
+    s2.name = "twig";
+    s2.txLayerName = "layer";
+    ZVectorArray scales(6), rotations(6);
+    ZFloatArray folds(6);
+    for (int i = 0; i < 6; ++i) {
+        scales[i] = ZVector(1.f + i, 0.5f, 1.f / 3.f);
+        rotations[i] = ZVector(10.f * i, -5.f, 0.1f);
+        folds[i] = 0.3f + 0.01f * i;
+    }
+    auto bake = [&](ZCacheData2& c, const std::string& root, const std::vector<float>& frames) {
+        c.nodeName = "plumes";
+        c.nodeType = "t";
+        c.meshNodeName = "body";
+        c.bindingScheme = 4;
+        c.textureType = 1;
+        fs::create_directories(root);
+        ASSERT_TRUE(c.bakeStaticData(root));
+        for (float f : frames) {
+            groom.setFrame(f);
+            folds[0] = f;
+            ASSERT_TRUE(c.bakePerFrameData(root, f));
+        }
+    };
+    const std::vector<float> frames = {-3.f, 1.f, 2.5f, 1001.125f};
+    ZCacheData2 original;
+    pointAt(original, groom);
+    original.feathers = {&a, &b};
+    original.sources = {&s1, &s2};
+    original.scales = &scales;
+    original.rotations = &rotations;
+    original.folds = &folds;
+    bake(original, tmp.file("a"), frames);
+    const std::string dir = tmp.file("a/plumes");
+    // Names no bake writes are not frames.
+    for (const char* stray : {"curves_p01", "curves_p1.50", "curves_z0", "curves_m5", "curves_p-1", "curves_px"})
+        testutil::writeBytes(dir + "/" + stray, {});
+
+    std::vector<float> found;
+    ASSERT_TRUE(readCacheFrames(dir, &found));
+    EXPECT_EQ(found, frames);
+    std::vector<ZFeather> feathers;
+    std::vector<ZSource> sources;
+    ASSERT_TRUE(readFeathersData(dir, &feathers));
+    ASSERT_TRUE(readSourcesData(dir, &sources));
+    ASSERT_EQ(feathers.size(), 2u);
+    ASSERT_EQ(sources.size(), 2u);
+    EXPECT_EQ(feathers[1].MaterialSet, "mat");
+    EXPECT_EQ(sources[0].txAssetName, "asset");
+    ZFollicles statics;
+    {
+        std::ifstream in(dir + "/follicles", std::ios::binary);
+        statics.read(in);
+    }
+    ZCacheData2 copy;
+    std::vector<ZFeather*> fp = {&feathers[0], &feathers[1]};
+    std::vector<ZSource*> sp = {&sources[0], &sources[1]};
+    copy.feathers = fp;
+    copy.sources = sp;
+    copy.nodeName = "plumes";
+    copy.follicles = &statics;
+    ZCurves curves;
+    ZFollicles follicles;
+    ZBoundingBox box;
+    ZVectorArray readScales, readRotations;
+    ZFloatArray readFolds;
+    copy.curves = &curves;
+    fs::create_directories(tmp.file("b"));
+    ASSERT_TRUE(copy.bakeStaticData(tmp.file("b")));
+    for (float f : frames) {
+        ASSERT_TRUE(readStrandsData(dir, static_cast<int>(f), &curves, &follicles) || f != std::floor(f));
+        if (f != std::floor(f)) {  // readStrandsData takes whole frames: read the record itself
+            std::ifstream in(ZCacheCommon::frameFile(dir, ZCacheCommon::kCurves, f).c_str(), std::ios::binary);
+            follicles = statics;
+            ASSERT_TRUE(curves.read(in));
+            follicles.read(in);
+        }
+        ASSERT_TRUE(readBoundingBoxData(dir, f, &box)) << f;
+        ASSERT_TRUE(readFeatherTransformsData(dir, f, &readScales, &readRotations)) << f;
+        ASSERT_TRUE(readFoldsData(dir, f, &readFolds)) << f;
+        EXPECT_EQ(readFolds[0], f);
+        copy.follicles = &follicles;
+        copy.boundingBox = &box;
+        copy.scales = &readScales;
+        copy.rotations = &readRotations;
+        copy.folds = &readFolds;
+        ASSERT_TRUE(copy.bakePerFrameData(tmp.file("b"), f)) << f;
+    }
+    for (const auto& e : fs::directory_iterator(dir)) {
+        const std::string name = e.path().filename().string();
+        if (name == "info" || fs::file_size(e.path()) == 0) continue;  // a time stamp; the strays
+        EXPECT_EQ(testutil::readBytes(e.path().string()), testutil::readBytes(tmp.file("b/plumes/" + name))) << name;
+    }
+
+    // Missing, cut short or damaged: false and the outputs as they were; what is read stays
+    // within a few times the file's bytes.
+    const char* files[] = {"feathers", "rmanAttrs", "sources", "xforms_p1", "folds_p1", "bbox_p1"};
+    for (const char* name : files) {
+        const std::vector<char> good = testutil::readBytes(dir + "/" + name);
+        testutil::forEachDamaged(good, {std::max<size_t>(1, good.size() / 61), 30, 10, 2 * good.size()},
+                                 [&](const std::vector<char>& bytes, const std::string& what) {
+                                     testutil::writeBytes(dir + "/" + name, bytes);
+                                     testutil::expectBoundedPeak(bytes.size(), name + (" " + what), [&] {
+                                         std::vector<ZFeather> f;
+                                         std::vector<ZSource> s;
+                                         ZBoundingBox bx;
+                                         ZVectorArray sc, ro;
+                                         ZFloatArray fo;
+                                         if (readFeathersData(dir, &f))
+                                             for (ZFeather& t : f) t.initialize();
+                                         if (readSourcesData(dir, &s))
+                                             for (ZSource& t : s) t.initialize();
+                                         readBoundingBoxData(dir, 1.f, &bx);
+                                         if (readFeatherTransformsData(dir, 1.f, &sc, &ro)) {
+                                             EXPECT_EQ(sc.size(), ro.size());
+                                         }
+                                         readFoldsData(dir, 1.f, &fo);
+                                     });
+                                 });
+        if (good.size() > 8) {  // cut short by a byte: refused
+            testutil::writeBytes(dir + "/" + name, std::vector<char>(good.begin(), good.end() - 1));
+            std::vector<ZFeather> f = {ZFeather()};
+            std::vector<ZSource> s = {ZSource()};
+            ZBoundingBox bx;
+            ZVectorArray sc, ro;
+            ZFloatArray fo = {9.f};
+            const bool all = readFeathersData(dir, &f) && readSourcesData(dir, &s) && readBoundingBoxData(dir, 1.f, &bx) &&
+                             readFeatherTransformsData(dir, 1.f, &sc, &ro) && readFoldsData(dir, 1.f, &fo);
+            EXPECT_FALSE(all) << name;
+            EXPECT_TRUE(f.size() == 1 || s.size() == 1 || fo.size() == 1 || bx.isEmpty() || sc.empty()) << name;
+        }
+        testutil::writeBytes(dir + "/" + name, good);
+    }
+    fs::remove(dir + "/rmanAttrs");
+    EXPECT_FALSE(readFeathersData(dir, &feathers));
 }
 
 TEST(CacheReaders, ValidPathAndName) {

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -219,6 +220,43 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         for (int frame : {1, 0, 1})
             if (readStrandsData(dir, frame, &c, &f)) useCurves(c);
     });
+#elif GROOMCORE_FUZZ_TARGET == 8  // the readers of the host's files of a cache
+    // The input is cut into feathers, rmanAttrs, sources, xforms_p1, folds_p1 and bbox_p1,
+    // each behind a 2-byte little-endian length (what is left goes to the last).
+    const std::string dir = scratch() + "/hostfiles";
+    std::filesystem::create_directories(dir);
+    size_t at = 0;
+    for (const char* name : {"feathers", "rmanAttrs", "sources", "xforms_p1", "folds_p1", "bbox_p1"}) {
+        size_t n = size - at;
+        if (at + 2 <= size && std::strcmp(name, "bbox_p1") != 0) {
+            n = std::min<size_t>(size - at - 2, data[at] | (data[at + 1] << 8));
+            at += 2;
+        }
+        put(std::string("hostfiles/") + name, data + at, n);
+        at += n;
+    }
+    // The templates a file describes are the caller's objects: a source record of empty
+    // meshes and texts is 146 bytes for a 640-byte ZSource, so this target allows 5x.
+    testutil::AllocationMeter meter;
+    {
+        std::vector<ZFeather> feathers;
+        std::vector<ZSource> sources;
+        if (readFeathersData(dir, &feathers))
+            for (ZFeather& f : feathers) f.initialize();
+        if (readSourcesData(dir, &sources))
+            for (ZSource& s : sources) s.initialize();
+        ZVectorArray scales, rotations;
+        if (readFeatherTransformsData(dir, 1.f, &scales, &rotations))
+            check(scales.size() == rotations.size(), "transforms of two lengths");
+        ZFloatArray folds;
+        readFoldsData(dir, 1.f, &folds);
+        ZBoundingBox box;
+        if (readBoundingBoxData(dir, 1.f, &box))
+            check(std::isfinite(box.minPoint.x) && std::isfinite(box.maxPoint.z), "bounds not finite");
+        std::vector<float> frames;
+        readCacheFrames(dir, &frames);
+    }
+    check(meter.peakAbove() <= 5 * size + 64 * 1024, "allocation beyond 5x the input + 64 KiB");
 #elif GROOMCORE_FUZZ_TARGET == 7  // the Alembic reader
     const std::string path = put("archive.abc", data, size);
     bounded(size, [&] { testutil::readWholeArchive(path); });

@@ -9,6 +9,7 @@
 
 #include "base/UlmexBase.h"
 #include "cache/ZCacheData.h"
+#include "cache/ZCacheData2.h"
 #include "feathers/ZFeather.h"
 #include "strands/FollicleFixtures.h"
 
@@ -110,6 +111,38 @@ int main(int argc, char** argv) {
             }
             const std::string last = bytesOf(tmp / "hair" / "curves_p1");
             o.write(last.data(), static_cast<std::streamsize>(last.size()));  // as curves_z0
+        });
+        // The host's files of a feathered cache, framed the way the host-files target cuts them.
+        ZFeather feather;
+        feather.mesh.points = {{0, 0, 0}, {0.5f, 1, 0}, {0, 2, 0}};
+        feather.mesh.v012 = {ZTuple<3, int>(0, 1, 2)};
+        feather.txBasePath = "/tex";
+        ZSource source;
+        source.name = "leaf";
+        source.mesh = feather.mesh;
+        ZVectorArray scales(static_cast<size_t>(2 + k), ZVector(1, 1, 1)), rotations(static_cast<size_t>(2 + k));
+        ZFloatArray folds(static_cast<size_t>(2 + k), 0.3f);
+        ZCacheData2 plumes;
+        plumes.nodeName = "plumes";
+        plumes.follicles = &f;
+        plumes.curves = &c;
+        plumes.boundingBox = &box;
+        plumes.feathers = {&feather};
+        plumes.sources = {&source};
+        plumes.scales = &scales;
+        plumes.rotations = &rotations;
+        plumes.folds = &folds;
+        plumes.bakeStaticData(tmp.string());
+        plumes.bakePerFrameData(tmp.string(), 1.f);
+        seed(out / "hostfiles", k, [&](std::ofstream& o) {
+            for (const char* name : {"feathers", "rmanAttrs", "sources", "xforms_p1", "folds_p1"}) {
+                const std::string b = bytesOf(tmp / "plumes" / name);
+                const size_t n = std::min<size_t>(b.size(), 65535);
+                o.put(static_cast<char>(n & 0xff)).put(static_cast<char>(n >> 8));
+                o.write(b.data(), static_cast<std::streamsize>(n));
+            }
+            const std::string last = bytesOf(tmp / "plumes" / "bbox_p1");
+            o.write(last.data(), static_cast<std::streamsize>(last.size()));
         });
         fs::remove_all(tmp);
     }

@@ -53,7 +53,13 @@ TEST(UsdExport, PerFrameFileNames) {
     const std::tuple<float, bool, bool> calls[] = {
         {1001.f, true, false}, {12.f, false, false}, {12.5f, true, false}, {12.f, true, true},
         {12.f, false, true},   {12.5f, false, false}, {12.6f, false, false}, {-2.5f, true, false}};
-    for (const auto& [t, high, sub] : calls) x.writeGeometryToUSD(t, high, sub);
+    for (const auto& [t, high, sub] : calls) {
+        x.writeGeometryToUSD(t, high, sub);
+        // The name a caller asks for is the file the call wrote.
+        ASSERT_TRUE(x.stage);
+        EXPECT_EQ(x.stage->GetRealPath(), x.geometryFile(t, high, sub)) << t;
+    }
+    EXPECT_EQ(x.attributeFile(true), tmp.file("hair.high_geom.0000.usd"));
     EXPECT_EQ(x.name, "hair");
     std::vector<std::string> names;
     for (const auto& e : std::filesystem::directory_iterator(tmp.path())) names.push_back(e.path().filename());
@@ -68,6 +74,18 @@ TEST(UsdExport, PerFrameFileNames) {
     ASSERT_TRUE(x.stage);
     EXPECT_EQ(x.stage->GetStartTimeCode(), -2.5);
     EXPECT_EQ(x.stage->GetDefaultPrim(), "hair");
+
+    // The kind and the suffix are the host's; one file gathers every time without
+    // perFrameFiles.
+    x.kind = "fur";
+    x.suffix = ".usda";
+    EXPECT_EQ(x.geometryFile(12.5f, true, false), tmp.file("hair.high_fur.12.50.usda"));
+    x.perFrameFiles = false;
+    x.writeAttributeToUSD(false);
+    x.writeGeometryToUSD(3.f, false, false);
+    EXPECT_EQ(x.attributeFile(false), tmp.file("hair.low_fur.usda"));
+    EXPECT_EQ(x.stage->GetRealPath(), x.geometryFile(3.f, false, false));
+    EXPECT_EQ(x.geometryFile(3.f, false, false), x.attributeFile(false));
 }
 
 // Names a DCC gives that are no USD identifiers (a duplicate's "fur.001", spaces, a leading
