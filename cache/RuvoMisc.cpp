@@ -213,19 +213,22 @@ bool readFoldsData(const ZString& cacheDirectory, float frame, ZFloatArray* fold
 
 // ------------------------------------------------------------------ body rebinding
 
-bool findBodyMeshShapeNode(const ZString& abcPath, const ZString& bodyName, ZAlembicObject* object) {
+bool findBodyMeshCandidates(const ZString& abcPath, const ZString& bodyName, ZAlembicObjectArray* candidates) {
     ZAlembicArchive archive;
     if (!archive.open(abcPath.c_str())) return false;
     ZAlembicObjectArray all;
     GetAllDescendantObjects(archive.topObject(), all, true);
-    std::vector<ZAlembicObject> kept;
+    candidates->clear();
     // Polygon meshes only: the one kind of shape the rebinding can read (a subdivision
     // surface, points or an empty group of the same name are not a body).
     for (int i = 0; i < all.length(); ++i)
-        if (all[i].schema() == "AbcGeom_PolyMesh_v1" && all[i].name().find(bodyName) != std::string::npos)
-            kept.push_back(all[i]);
-    archive.close();
-    if (kept.size() != 1) return false;
+        if (all[i].isPolyMesh() && all[i].name().find(bodyName) != std::string::npos) candidates->push_back(all[i]);
+    return true;
+}
+
+bool findBodyMeshShapeNode(const ZString& abcPath, const ZString& bodyName, ZAlembicObject* object) {
+    ZAlembicObjectArray kept;
+    if (!findBodyMeshCandidates(abcPath, bodyName, &kept) || kept.length() != 1) return false;
     *object = kept[0];
     return true;
 }

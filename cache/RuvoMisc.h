@@ -72,11 +72,16 @@ bool readFoldsData(const Ulmex::ZString& cacheDirectory, float frame, Ulmex::ZFl
 
 // ------------------------------------------------------------------ body rebinding
 
-// Finds the one polygon mesh shape node in the Alembic file whose own name holds
-// `bodyName` anywhere (an empty name matches every mesh); face sets below a mesh do not
-// matter, and other shapes (a subdivision surface, an empty group) are never a body. True
-// with a copy in `object`; false, with `object` untouched, when the file cannot be opened
-// or none or several meshes match.
+// The polygon mesh shape nodes of the Alembic file whose own name holds `bodyName` anywhere
+// (an empty name matches every mesh), in walk order: the meshes findBodyMeshShapeNode
+// chooses from. Face sets below a mesh do not matter, and other shapes (a subdivision
+// surface, an empty group) are never a body. False, with `candidates` untouched, when the
+// file cannot be opened.
+bool findBodyMeshCandidates(const Ulmex::ZString& abcPath, const Ulmex::ZString& bodyName,
+                            Ulmex::ZAlembicObjectArray* candidates);
+
+// The one candidate of findBodyMeshCandidates. True with a copy in `object`; false, with
+// `object` untouched, when the file cannot be opened or none or several meshes match.
 bool findBodyMeshShapeNode(const Ulmex::ZString& abcPath, const Ulmex::ZString& bodyName,
                            Ulmex::ZAlembicObject* object);
 

@@ -324,7 +324,7 @@ std::string schemaOf(const std::string& meta) { return metaValue(meta, "schema")
 // The schemas of geometry: an object with one is a shape, whatever hangs below it (face
 // sets under a mesh).
 bool isGeometrySchema(const std::string& schema) {
-    static const char* const kGeometry[] = {"AbcGeom_PolyMesh_v1", "AbcGeom_SubD_v1",   "AbcGeom_Points_v1",
+    static const char* const kGeometry[] = {ZAlembicObject::kPolyMeshSchema, "AbcGeom_SubD_v1",   "AbcGeom_Points_v1",
                                             "AbcGeom_Curve_v2",    "AbcGeom_NuPatch_v2"};
     for (const char* g : kGeometry)
         if (schema == g) return true;
@@ -652,6 +652,8 @@ std::vector<ZAlembicObject> ZAlembicObject::buildChildren() const {
 
 bool ZAlembicObject::isShape() const { return isGeometrySchema(schema()); }
 
+bool ZAlembicObject::isPolyMesh() const { return schema() == kPolyMeshSchema; }
+
 int ZAlembicObject::numChildren() const { return static_cast<int>(children()->size()); }
 
 bool ZAlembicObject::getChild(int index, ZAlembicObject& child) const {
@@ -771,7 +773,7 @@ bool ZAlembicObject::getTransformations(ZVector& translate, ZVector& rotateDegre
 bool ZAlembicObject::getPolyMeshData(ZVectorArray* points, ZVectorArray* velocities, ZIntArray* counts,
                                      ZIntArray* connections, ZBoundingBox* box, ZMatrix* worldMatrix, ZFloatArray* uvs,
                                      ZIntArray* uvIndices, int sample) const {
-    if (!_archive || schema() != "AbcGeom_PolyMesh_v1") return false;
+    if (!_archive || !isPolyMesh()) return false;
     const Archive& a = *_archive;
     const ogawa::Group gg = meshGeometry(a, _group);
     const Property P = findProperty(a, gg, "P");
@@ -826,7 +828,7 @@ bool ZAlembicObject::getPolyMeshData(ZVectorArray* points, ZVectorArray* velocit
 
 bool ZAlembicObject::getPolyMeshViews(ZAlembicArrayView* points, ZAlembicArrayView* counts,
                                       ZAlembicArrayView* connections, ZMatrix* worldMatrix, int sample) const {
-    if (!_archive || schema() != "AbcGeom_PolyMesh_v1") return false;
+    if (!_archive || !isPolyMesh()) return false;
     const Archive& a = *_archive;
     const ogawa::Group gg = meshGeometry(a, _group);
     const Property P = findProperty(a, gg, "P");

@@ -53,6 +53,9 @@ public:
     // An object with a geometry schema (polygon mesh, subdivision surface, points, curves,
     // NURBS patch): a shape, whatever hangs below it (a mesh's face sets).
     bool isShape() const;
+    // A polygon mesh (schema kPolyMeshSchema): the one shape getPolyMeshData reads.
+    bool isPolyMesh() const;
+    static constexpr const char* kPolyMeshSchema = "AbcGeom_PolyMesh_v1";
     int numChildren() const;
     // False, leaving `child` alone, for an index out of range.
     bool getChild(int index, ZAlembicObject& child) const;

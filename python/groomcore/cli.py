@@ -117,14 +117,14 @@ def cmd_check(args: argparse.Namespace) -> int:
 
 
 def cmd_abc(args: argparse.Namespace) -> int:
-    from .abctree import lookup_body, walk
+    from .abctree import lookup_body, shape_nodes, walk
 
     nodes = walk(args.file)
     for n in nodes:
         depth = n.path.count("/") - 1
         label = n.schema or "(no schema)"
         print(f"{'  ' * depth}{n.name:<{max(1, 40 - 2 * depth)}} {label:<24} {n.samples:>5} samples")
-    print(f"{len(nodes)} objects, {sum(1 for n in nodes if n.children == 0)} shape nodes")
+    print(f"{len(nodes)} objects, {len(shape_nodes(args.file))} shape nodes")
     if args.body is None:
         return 0
     result = lookup_body(args.file, args.body)

@@ -17,7 +17,9 @@ void bindAlembic(nb::module_& m) {
         .def(nb::init<>())
         .def("name", &ZAlembicObject::name, doc("ZAlembicObject.name"))
         .def("fullPath", &ZAlembicObject::fullPath)
-        .def("isLeaf", &ZAlembicObject::isLeaf)
+        .def("isLeaf", &ZAlembicObject::isLeaf, doc("ZAlembicObject.isLeaf"))
+        .def("isShape", &ZAlembicObject::isShape, doc("ZAlembicObject.isShape"))
+        .def("isPolyMesh", &ZAlembicObject::isPolyMesh, doc("ZAlembicObject.isPolyMesh"))
         .def("numChildren", &ZAlembicObject::numChildren, release())
         .def(
             "getChild",

@@ -244,6 +244,20 @@ void bindCache(nb::module_& m) {
         nb::sig("def readFoldsData(cacheDirectory: str, frame: float) -> numpy.typing.NDArray[numpy.float32] | None"),
         intern(std::string(doc("readFoldsData")) + " A new array; None when the file is missing or damaged."));
     m.def(
+        "findBodyMeshCandidates",
+        [](const ZString& path, const ZString& bodyName) -> std::optional<std::vector<ZAlembicObject>> {
+            ZAlembicObjectArray found;
+            {
+                const Unlocked unlocked("findBodyMeshCandidates", {});
+                if (!findBodyMeshCandidates(path, bodyName, &found)) return std::nullopt;
+            }
+            std::vector<ZAlembicObject> out;
+            for (int i = 0; i < found.length(); ++i) out.push_back(found[i]);
+            return out;
+        },
+        nb::arg("abcPath"), nb::arg("bodyName"),
+        intern(std::string(doc("findBodyMeshCandidates")) + " None when the file cannot be opened."));
+    m.def(
         "findBodyMeshShapeNode",
         [](const ZString& path, const ZString& bodyName) -> std::optional<ZAlembicObject> {
             ZAlembicObject found;

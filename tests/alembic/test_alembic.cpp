@@ -329,6 +329,14 @@ TEST(AlembicFromDccs, ShapesFaceSetsInstancesAndHeaders) {
     EXPECT_FALSE(findBodyMeshShapeNode(fixture("dcc.abc"), "BodySubD", &body));
     EXPECT_TRUE(findBodyMeshShapeNode(fixture("dcc.abc"), "bodyShape", &body));
     EXPECT_EQ(body.fullPath(), "/characterXf/bodyShape");
+    // Its candidates are the meshes holding the name; several are no answer.
+    ZAlembicObjectArray candidates;
+    ASSERT_TRUE(findBodyMeshCandidates(fixture("dcc.abc"), "Shape", &candidates));
+    EXPECT_GT(candidates.length(), 1);
+    for (int i = 0; i < candidates.length(); ++i) EXPECT_TRUE(candidates[i].isPolyMesh()) << candidates[i].fullPath();
+    EXPECT_FALSE(findBodyMeshShapeNode(fixture("dcc.abc"), "Shape", &body));
+    EXPECT_FALSE(findBodyMeshCandidates(fixture("missing.abc"), "Shape", &candidates));
+    EXPECT_GT(candidates.length(), 1);  // untouched
 
     // Rebinding to an object that is no polygon mesh leaves its outputs empty (this read an
     // empty body inside the parallel loop before); so do strands on a missing triangle.

@@ -214,6 +214,10 @@ for i, q in enumerate([(0, 0, 0), (1, 0, 0), (0, 1, 0)]):
 idx, cnt = imath.IntArray(3), imath.IntArray(1)
 idx[0], idx[1], idx[2], cnt[0] = 0, 2, 1, 3
 mesh.getSchema().set(AbcGeom.OPolyMeshSchemaSample(p, idx, cnt))
+faces = imath.IntArray(1)
+faces[0] = 0
+for name in ("skin", "lips"):  # face sets: below the mesh, not shapes of their own
+    mesh.getSchema().createFaceSet(name).getSchema().set(AbcGeom.OFaceSetSchemaSample(faces))
 """
     subprocess.run([sys.executable, "-c", script], check=True)
     done = run("abc", tmp_path / "blender.abc", "--body", "bodyShape")
@@ -221,6 +225,7 @@ mesh.getSchema().set(AbcGeom.OPolyMeshSchemaSample(p, idx, cnt))
     assert "bodyShape" in done.stdout and "AbcGeom_Xform_v3" in done.stdout and "3 samples" in done.stdout
     assert "returns    nothing" in done.stdout and "/bodyShape/Suzanne" in done.stdout
     assert "look the body up as 'Suzanne'" in done.stdout
+    assert "4 objects, 1 shape nodes" in done.stdout
     done = run("abc", tmp_path / "blender.abc", "--body", "Suzanne")
     assert done.returncode == 0 and "returns    /bodyShape/Suzanne" in done.stdout
     done = run("abc", tmp_path / "missing.abc")
