@@ -10,19 +10,19 @@ namespace Ulmex {
 
 class ZPolyMesh {
 public:
-    ZVectorArray points;
+    ZVectorArray points;    // vertex positions
     ZIntArray vCounts;      // vertices per polygon
     ZIntArray vConnects;    // point indices, polygon after polygon
-    ZBoundingBox boundingBox;
+    ZBoundingBox boundingBox;  // the points' box: grown by append(), recomputed by transform() and computeBoundingBox()
     // Optional attributes, empty when unused:
     ZVectorArray velocities;  // per point
     ZFloat2Array uvs;         // surface coordinates
     ZIntArray uvIndices;      // per polygon vertex: index into uvs
     ZVectorArray normals;     // per polygon vertex
 
-    int numVertices() const { return points.length(); }
-    int numPolygons() const { return vCounts.length(); }
-    void reset();
+    int numVertices() const { return points.length(); }   // the point count
+    int numPolygons() const { return vCounts.length(); }  // the polygon count
+    void reset();                                         // empties every array and the box
 
     // The polygons of `other` behind this mesh's own, its point indices shifted, the box
     // grown. With `withAttributes` the four attribute arrays are appended too (uv indices

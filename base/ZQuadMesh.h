@@ -8,13 +8,13 @@ namespace Ulmex {
 
 class ZQuadMesh {
 public:
-    ZVectorArray points;
-    ZArray<ZTuple<4, int>> quads;
-    ZVectorArray uvs;
+    ZVectorArray points;            // vertex positions
+    ZArray<ZTuple<4, int>> quads;   // four point indices per quad
+    ZVectorArray uvs;               // surface coordinates per point (z unused), or empty
 
-    int numVertices() const { return points.length(); }
-    int numQuads() const { return quads.length(); }
-    void reset() { points.clear(); quads.clear(); uvs.clear(); }
+    int numVertices() const { return points.length(); }   // the point count
+    int numQuads() const { return quads.length(); }       // the quad count
+    void reset() { points.clear(); quads.clear(); uvs.clear(); }  // empties the three arrays
 
     // OpenGL drawing for use inside a display list, as ZTriMesh's: the points, the quad
     // edges, and the filled quads (with smooth per-vertex normals when asked).

@@ -16,12 +16,12 @@ public:
     ZIntArray starts;  // index in `values` of each set's first value
     ZArray<T> values;  // all sets, one after another
 
-    int numSets() const { return counts.length(); }
+    int numSets() const { return counts.length(); }  // the number of sets
     int count(int i) const { return counts[i]; }
     // Value j of set i.
     const T& operator()(int i, int j) const { return values[starts[i] + j]; }
 
-    void reset() { counts.clear(); starts.clear(); values.clear(); }
+    void reset() { counts.clear(); starts.clear(); values.clear(); }  // no set at all
 
     // Adds one set behind the others.
     void push(const T* set, int n) {

@@ -11,13 +11,13 @@ namespace Ulmex {
 
 class ZTriMesh {
 public:
-    ZVectorArray points;
-    ZInt3Array v012;
-    ZVectorArray uvs;
+    ZVectorArray points;  // vertex positions
+    ZInt3Array v012;      // three point indices per triangle
+    ZVectorArray uvs;     // surface coordinates per point (z unused), or empty
 
-    int numVertices() const { return points.length(); }
-    int numTriangles() const { return v012.length(); }
-    void reset() { points.clear(); v012.clear(); uvs.clear(); }
+    int numVertices() const { return points.length(); }   // the point count
+    int numTriangles() const { return v012.length(); }    // the triangle count
+    void reset() { points.clear(); v012.clear(); uvs.clear(); }  // empties the three arrays
 
     // Box of the points; `useOpenMP` scans in parallel (same result).
     ZBoundingBox boundingBox(bool useOpenMP) const;

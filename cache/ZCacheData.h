@@ -20,13 +20,13 @@ class ZCacheData {
 public:
     Ulmex::ZString cacheType;     // filled by getInfo; baking derives the type itself
     Ulmex::ZString nodeName;      // names the cache directory
-    Ulmex::ZString nodeType;
-    Ulmex::ZString meshNodeName;
-    int bindingScheme;
-    int textureType;
+    Ulmex::ZString nodeType;      // the host node's type, recorded in the info file
+    Ulmex::ZString meshNodeName;  // the body the groom is bound to, recorded in the info file
+    int bindingScheme;             // how feathers follow their strands, recorded in the info file
+    int textureType;               // the host's texture type, recorded in the info file
     float cacheFormatVersion;     // printed only: every bake writes version 1
-    ZFollicles* follicles;
-    Ulmex::ZCurves* curves;
+    ZFollicles* follicles;         // roots and per-strand data: the follicles file, each frame's record
+    Ulmex::ZCurves* curves;       // the strands' CVs of the frame being baked
     Ulmex::ZBoundingBox* boundingBox;  // bounds of the frame being baked
     std::vector<ZFeather*> feathers;   // kept by reset()
     Ulmex::ZVectorArray* scales;       // per strand, with rotations: the xforms_ file

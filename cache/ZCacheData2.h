@@ -15,21 +15,22 @@
 
 class ZCacheData2 {
 public:
-    Ulmex::ZString cacheType;
-    Ulmex::ZString nodeName;
-    Ulmex::ZString nodeType;
-    Ulmex::ZString meshNodeName;
-    int bindingScheme;
-    int textureType;
-    float cacheFormatVersion;
-    ZFollicles* follicles;
-    Ulmex::ZCurves* curves;
-    Ulmex::ZBoundingBox* boundingBox;
+    // The fields of ZCacheData, the same way, and the sources.
+    Ulmex::ZString cacheType;     // filled by getInfo; baking derives the type itself
+    Ulmex::ZString nodeName;      // names the cache directory
+    Ulmex::ZString nodeType;      // the host node's type, recorded in the info file
+    Ulmex::ZString meshNodeName;  // the body the groom is bound to, recorded in the info file
+    int bindingScheme;             // how feathers follow their strands, recorded in the info file
+    int textureType;               // the host's texture type, recorded in the info file
+    float cacheFormatVersion;     // printed only: every bake writes version 1
+    ZFollicles* follicles;         // roots and per-strand data: the follicles file, each frame's record
+    Ulmex::ZCurves* curves;       // the strands' CVs of the frame being baked
+    Ulmex::ZBoundingBox* boundingBox;  // bounds of the frame being baked
     std::vector<ZFeather*> feathers;   // kept by reset()
-    Ulmex::ZVectorArray* scales;
-    Ulmex::ZVectorArray* rotations;
-    Ulmex::ZFloatArray* folds;
-    std::vector<ZSource*> sources;     // kept by reset()
+    Ulmex::ZVectorArray* scales;       // per strand, with rotations: the xforms_ file
+    Ulmex::ZVectorArray* rotations;    // Euler angles in degrees
+    Ulmex::ZFloatArray* folds;         // per strand fold angle: the folds_ file
+    std::vector<ZSource*> sources;     // kept by reset(): the sources file
 
     ZCacheData2();
 
@@ -38,7 +39,9 @@ public:
 
     // As ZCacheData's, then `sources` last when there is at least one source.
     bool bakeStaticData(const Ulmex::ZString& path) const;
+    // As ZCacheData's: one frame's files (curves_, bbox_, and xforms_ and folds_ when set).
     bool bakePerFrameData(const Ulmex::ZString& path, float frame) const;
+    // As ZCacheData's: the fields from an info file; false when it cannot be opened.
     bool getInfo(const char* file);
 };
 

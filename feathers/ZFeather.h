@@ -11,10 +11,10 @@
 
 class ZFeather {
 public:
-    Ulmex::ZString name;
+    Ulmex::ZString name;                   // the feather kind's name (its USD prim)
     float color[4] = {0.f, 0.f, 0.f, 1.f};  // reset() makes it 1, 1, 1, 1
-    Ulmex::ZTriMesh mesh;
-    Ulmex::ZCurves curves;
+    Ulmex::ZTriMesh mesh;                  // the vane, in the feather's local space
+    Ulmex::ZCurves curves;                 // the shaft and barbs, in the feather's local space
     Ulmex::ZBoundingBox boundingBox;       // set by initialize()
     int32_t storedInt = 0;                 // the host's, saved
     Ulmex::ZString storedText;             // the host's, saved

@@ -45,6 +45,8 @@ public:
     // parameter are as they were (results are kept while both are unchanged, so a host that
     // applies one modifier to two grooms of the same count calls this in between).
     void invalidate() { prevNum = -1; }
+    // Recomputes the per-strand results when the strand count or one of the parameters
+    // changed since the last call (or after reset() or invalidate()); otherwise keeps them.
     void evaluate(const ZFollicles& follicles, const Ulmex::ZCurves& curves);
     // Blends CVs 1.. of every bound, unmasked strand toward the guide strand of `guides`
     // at the same parameter; the guide is bdi's first entry.

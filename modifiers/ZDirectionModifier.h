@@ -32,6 +32,8 @@ public:
     // parameter are as they were (results are kept while both are unchanged, so a host that
     // applies one modifier to two grooms of the same count calls this in between).
     void invalidate() { prevNum = -1; }
+    // Recomputes the per-strand results when the strand count or one of the parameters
+    // changed since the last call (or after reset() or invalidate()); otherwise keeps them.
     void evaluate(const ZFollicles& follicles, const Ulmex::ZCurves& curves);
     // Rotates CVs 1.. of every unmasked strand about axs[i].origin: pitch about the lean
     // axis rxy (not normalised), then yaw about the normal; angles within 0.01 radian of

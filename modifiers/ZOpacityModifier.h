@@ -28,6 +28,8 @@ public:
     // parameter are as they were (results are kept while both are unchanged, so a host that
     // applies one modifier to two grooms of the same count calls this in between).
     void invalidate() { prevNum = -1; }
+    // Recomputes the per-strand results when the strand count or one of the parameters
+    // changed since the last call (or after reset() or invalidate()); otherwise keeps them.
     void evaluate(const ZFollicles& follicles, const Ulmex::ZCurves& curves);
     // Copies the tip and root results into the follicles' top and rop.
     void deform(ZFollicles& follicles, Ulmex::ZCurves& curves, const Ulmex::ZCurves& curves0);

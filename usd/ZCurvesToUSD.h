@@ -35,8 +35,8 @@ public:
     Ulmex::ZString suffix;        // ".usd"
     Ulmex::ZString basePath;      // file path up to the first dot
     Ulmex::ZString kind;          // "geom"
-    ZFollicles* follicles;
-    Ulmex::ZCurves* curves;
+    ZFollicles* follicles;             // the strands' roots and per-strand data
+    Ulmex::ZCurves* curves;            // the strands' CVs at the time being written
     Ulmex::ZBoundingBox* boundingBox;  // the frame's bounds: the curves' extent
     int bindingScheme;                 // feathers: 4 and 6 follow the strand, others are rigid
     std::vector<ZFeather*> feathers;   // feather kinds, indexed by the follicles' rtp

@@ -49,7 +49,7 @@ public:
     // and "/".
     ZString name() const;
     ZString fullPath() const;
-    bool isLeaf() const { return numChildren() == 0; }
+    bool isLeaf() const { return numChildren() == 0; }  // an object without children
     // An object with a geometry schema (polygon mesh, subdivision surface, points, curves,
     // NURBS patch): a shape, whatever hangs below it (a mesh's face sets).
     bool isShape() const;

@@ -16,11 +16,11 @@ void bindAlembic(nb::module_& m) {
     nb::class_<ZAlembicObject>(m, "ZAlembicObject", "An object of an Alembic archive; it keeps its file open.")
         .def(nb::init<>())
         .def("name", &ZAlembicObject::name, doc("ZAlembicObject.name"))
-        .def("fullPath", &ZAlembicObject::fullPath)
+        .def("fullPath", &ZAlembicObject::fullPath, doc("ZAlembicObject.fullPath"))
         .def("isLeaf", &ZAlembicObject::isLeaf, doc("ZAlembicObject.isLeaf"))
         .def("isShape", &ZAlembicObject::isShape, doc("ZAlembicObject.isShape"))
         .def("isPolyMesh", &ZAlembicObject::isPolyMesh, doc("ZAlembicObject.isPolyMesh"))
-        .def("numChildren", &ZAlembicObject::numChildren, release())
+        .def("numChildren", &ZAlembicObject::numChildren, release(), "The number of objects right below this one.")
         .def(
             "getChild",
             [](const ZAlembicObject& o, int index) -> std::optional<ZAlembicObject> {
@@ -88,8 +88,8 @@ void bindAlembic(nb::module_& m) {
                 return a.open(path.c_str());
             },
             nb::arg("path"), doc("ZAlembicArchive.open"))
-        .def("close", [](ZAlembicArchive& a) { refuseIfBusy(writing(a), "close"); a.close(); })
-        .def("isOpen", &ZAlembicArchive::isOpen)
+        .def("close", [](ZAlembicArchive& a) { refuseIfBusy(writing(a), "close"); a.close(); }, doc("ZAlembicArchive.close"))
+        .def("isOpen", &ZAlembicArchive::isOpen, "True while an archive is open.")
         .def("topObject", &ZAlembicArchive::topObject, doc("ZAlembicArchive.topObject"));
 
     m.def(
@@ -105,7 +105,12 @@ void bindAlembic(nb::module_& m) {
             for (int i = 0; i < found.length(); ++i) out.push_back(found[i]);
             return out;
         },
-        nb::arg("object"), nb::arg("leavesOnly"), doc("GetAllDescendantObjects"));
+        nb::arg("object"), nb::arg("leavesOnly"),
+        "The objects below `object` as a new list, depth first, parents before their children, instances followed "
+        "to the objects they name (listed under the instance's path); with leavesOnly, only the shape nodes: "
+        "objects with a geometry schema (not the face sets below them) and objects without children. A walk lists "
+        "at most max(4096, file bytes / 4) objects, so that instancing cannot make a small file describe an endless "
+        "tree.");
 
     m.def(
         "ReverseConnections",

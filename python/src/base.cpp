@@ -101,9 +101,9 @@ void bindBase(nb::module_& m) {
         .def("__eq__", [](const ZVector& a, const ZVector& b) { return a == b; })
         .def("__repr__", &vecRepr)
         .def("dot", &ZVector::dot, nb::arg("other"), doc("ZVector.dot"))
-        .def("cross", &ZVector::cross, nb::arg("other"))
-        .def("length", &ZVector::length)
-        .def("squaredLength", &ZVector::squaredLength);
+        .def("cross", &ZVector::cross, nb::arg("other"), "The cross product self x other.")
+        .def("length", &ZVector::length, "The Euclidean length.")
+        .def("squaredLength", &ZVector::squaredLength, "The squared Euclidean length.");
 
     nb::class_<ZAxis>(m, "ZAxis", doc("ZAxis"))
         .def(nb::init<>())
@@ -129,7 +129,7 @@ void bindBase(nb::module_& m) {
             "data", [](nb::handle self) { return matrixView(nb::cast<ZMatrix&>(self).data, self); },
             nb::sig("def data(self, /) -> numpy.typing.NDArray[numpy.float32]"),
             "The 16 floats as a writable (4, 4) view.")
-        .def_static("identity", &ZMatrix::identity)
+        .def_static("identity", &ZMatrix::identity, "A new identity matrix.")
         .def("__mul__", [](const ZMatrix& a, const ZMatrix& b) { return a * b; })
         .def("det", &ZMatrix::det, doc("ZMatrix.det"))
         .def("transformPoint", &ZMatrix::transformPoint, nb::arg("p"), doc("ZMatrix.transformPoint"))
@@ -140,13 +140,13 @@ void bindBase(nb::module_& m) {
         .def(nb::init<const ZVector&, const ZVector&>(), nb::arg("a"), nb::arg("b"))
         .def_rw("minPoint", &ZBoundingBox::minPoint)
         .def_rw("maxPoint", &ZBoundingBox::maxPoint)
-        .def("reset", &ZBoundingBox::reset)
-        .def("isEmpty", &ZBoundingBox::isEmpty)
+        .def("reset", &ZBoundingBox::reset, "Makes the box empty (min +FLT_MAX, max -FLT_MAX).")
+        .def("isEmpty", &ZBoundingBox::isEmpty, "True when the minimum exceeds the maximum along some axis.")
         .def("expand", nb::overload_cast<const ZVector&>(&ZBoundingBox::expand), nb::arg("p"))
         .def("expand", nb::overload_cast<const ZBoundingBox&>(&ZBoundingBox::expand), nb::arg("other"))
         .def("width", [](const ZBoundingBox& b, int axis) { checkIndex(axis, 3, "width"); return b.width(axis); },
              nb::arg("axis"), doc("ZBoundingBox.width"))
-        .def("center", &ZBoundingBox::center)
+        .def("center", &ZBoundingBox::center, doc("ZBoundingBox.center"))
         .def("draw", &ZBoundingBox::draw, doc("ZBoundingBox.draw"))
         .def("write", [](const ZBoundingBox& b, const ZString& path) { auto f = openOut(path); b.write(f); },
              nb::arg("path"), doc("ZBoundingBox.write"))
@@ -158,8 +158,8 @@ void bindBase(nb::module_& m) {
         nb::class_<ZCurves>(m, "ZCurves", "Control vertices of a set of strands: CV j of strand i is cvs[start[i] + j].")
             .def(nb::init<>())
             .def("__init__", &copyInit<ZCurves>, nb::arg("other"))
-            .def("numCurves", &ZCurves::numCurves)
-            .def("reset", [](ZCurves& c) { refuseIfViewed(c, "reset"); c.reset(); })
+            .def("numCurves", &ZCurves::numCurves, "The number of strands.")
+            .def("reset", [](ZCurves& c) { refuseIfViewed(c, "reset"); c.reset(); }, "Removes every strand.")
             .def(
                 "push",
                 [](ZCurves& c, nb::handle points) {
@@ -227,9 +227,9 @@ void bindBase(nb::module_& m) {
     auto tri = nb::class_<ZTriMesh>(m, "ZTriMesh", "A triangle mesh: points, corner indices and per-corner surface coordinates.")
                    .def(nb::init<>())
                    .def("__init__", &copyInit<ZTriMesh>, nb::arg("other"))
-                   .def("numVertices", &ZTriMesh::numVertices)
-                   .def("numTriangles", &ZTriMesh::numTriangles)
-                   .def("reset", [](ZTriMesh& t) { refuseIfViewed(t, "reset"); t.reset(); })
+                   .def("numVertices", &ZTriMesh::numVertices, doc("ZTriMesh.numVertices"))
+                   .def("numTriangles", &ZTriMesh::numTriangles, doc("ZTriMesh.numTriangles"))
+                   .def("reset", [](ZTriMesh& t) { refuseIfViewed(t, "reset"); t.reset(); }, doc("ZTriMesh.reset"))
                    .def(
                        "boundingBox",
                        [](const ZTriMesh& t, bool useOpenMP) {
@@ -269,9 +269,9 @@ void bindBase(nb::module_& m) {
 
     auto quad = nb::class_<ZQuadMesh>(m, "ZQuadMesh", "A quad mesh: the proxy lattice of feathers and sources.")
                     .def(nb::init<>())
-                    .def("numVertices", &ZQuadMesh::numVertices)
-                    .def("numQuads", &ZQuadMesh::numQuads)
-                    .def("reset", [](ZQuadMesh& q) { refuseIfViewed(q, "reset"); q.reset(); })
+                    .def("numVertices", &ZQuadMesh::numVertices, doc("ZQuadMesh.numVertices"))
+                    .def("numQuads", &ZQuadMesh::numQuads, doc("ZQuadMesh.numQuads"))
+                    .def("reset", [](ZQuadMesh& q) { refuseIfViewed(q, "reset"); q.reset(); }, doc("ZQuadMesh.reset"))
                     .def("__eq__", [](const ZQuadMesh& a, const ZQuadMesh& b) { return a == b; });
     meshDrawing<ZQuadMesh>(quad, "ZQuadMesh");
     arrayField(quad, "points", &ZQuadMesh::points, "ZQuadMesh.points");
@@ -282,8 +282,8 @@ void bindBase(nb::module_& m) {
         nb::class_<ZPolyMesh>(m, "ZPolyMesh", "A polygon mesh with optional per-point and per-corner attributes.")
             .def(nb::init<>())
             .def_rw("boundingBox", &ZPolyMesh::boundingBox, doc("ZPolyMesh.boundingBox"))
-            .def("numVertices", &ZPolyMesh::numVertices)
-            .def("numPolygons", &ZPolyMesh::numPolygons)
+            .def("numVertices", &ZPolyMesh::numVertices, doc("ZPolyMesh.numVertices"))
+            .def("numPolygons", &ZPolyMesh::numPolygons, doc("ZPolyMesh.numPolygons"))
             .def("reset", [](ZPolyMesh& p) { refuseIfViewed(p, "reset"); p.reset(); }, doc("ZPolyMesh.reset"))
             .def(
                 "append",
@@ -362,7 +362,7 @@ void bindBase(nb::module_& m) {
 
     nb::class_<ZSimplexNoise>(m, "ZSimplexNoise", "Seeded 3D and 1D simplex noise with analytic derivatives.")
         .def(nb::init<unsigned int>(), nb::arg("seed") = 0)
-        .def("seed", &ZSimplexNoise::seed)
+        .def("seed", &ZSimplexNoise::seed, "The seed the noise was made with.")
         .def(
             "pureValue",
             [](const ZSimplexNoise& n, float x, float y, float z) { return n.pureValue(x, y, z, nullptr, nullptr, nullptr); },
@@ -380,7 +380,7 @@ void bindBase(nb::module_& m) {
                 t.build(p);
             },
             nb::arg("points"), doc("ZPointsDistTree.build"))
-        .def("size", &ZPointsDistTree::size)
+        .def("size", &ZPointsDistTree::size, "The number of points the tree holds.")
         .def(
             "findClosestPoint",
             [](const ZPointsDistTree& t, const ZVector& q) {

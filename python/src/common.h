@@ -61,6 +61,10 @@ const char* intern(std::string text);
 // --------------------------------------------------------------------------- docstrings
 // The comment of a declaration in the headers ("ZFollicles.uid", "readStrandsData"), or "".
 const char* doc(std::string_view key);
+// The header's text for `key`, or null when it has none (doc() without the bookkeeping).
+const char* documented(std::string_view key);
+// The keys doc() was asked for and found no text under.
+std::vector<std::string>& undocumentedKeys();
 
 // --------------------------------------------------------------------------- element layout
 // How one array element looks to numpy: its scalar type and the dimensions it adds.
@@ -247,9 +251,9 @@ const char* numpyScalar() {
 }
 
 // A read-write property `name` of class C for the array member `m`: reading gives a view,
-// assigning copies in.
+// assigning copies in. Its docstring is the header's under `docKey`, or `text` when given.
 template <typename C, typename T, typename Cls>
-void arrayField(Cls& cls, const char* name, Ulmex::ZArray<T> C::*m, const char* docKey) {
+void arrayField(Cls& cls, const char* name, Ulmex::ZArray<T> C::*m, const char* docKey, const char* text = nullptr) {
     const std::string type = std::string("numpy.typing.NDArray[") + numpyScalar<T>() + "]";
     cls.def_prop_rw(
         name, [m](nb::handle self) { return view(nb::cast<C&>(self).*m, self); },
@@ -257,7 +261,7 @@ void arrayField(Cls& cls, const char* name, Ulmex::ZArray<T> C::*m, const char* 
         nb::for_getter(nb::sig(intern("def " + std::string(name) + "(self, /) -> " + type))),
         nb::for_setter(nb::sig(intern("def " + std::string(name) + "(self, value: " + type + ", /) -> None"))),
         nb::for_setter(nb::arg("value").none()),
-        nb::for_getter(doc(docKey)));
+        nb::for_getter(text ? text : doc(docKey)));
 }
 
 // --------------------------------------------------------------------------- files

@@ -74,9 +74,9 @@ nb::class_<C> templateClass(nb::module_& m, const char* name) {
                 t.genDisplayLists();
             },
             doc("ZFeather.genDisplayLists"))
-        .def("drawVertices", [](const C& t) { checkDrawable(t, "drawVertices"); t.drawVertices(); })
-        .def("drawWireframe", [](const C& t) { checkDrawable(t, "drawWireframe"); t.drawWireframe(); })
-        .def("drawSurface", [](const C& t) { checkDrawable(t, "drawSurface"); t.drawSurface(); })
+        .def("drawVertices", [](const C& t) { checkDrawable(t, "drawVertices"); t.drawVertices(); }, doc("ZFeather.drawVertices"))
+        .def("drawWireframe", [](const C& t) { checkDrawable(t, "drawWireframe"); t.drawWireframe(); }, doc("ZFeather.drawWireframe"))
+        .def("drawSurface", [](const C& t) { checkDrawable(t, "drawSurface"); t.drawSurface(); }, doc("ZFeather.drawSurface"))
         .def(
             "initialize",
             [](C& t) {
@@ -111,7 +111,12 @@ nb::class_<C> templateClass(nb::module_& m, const char* name) {
             nb::arg("useStrandBend"),
             nb::sig(intern(std::string("def deform(self, follicles: ZFollicles, curves: ZCurves, strandIndex: int, "
                                        "scale: float, angle: float, useStrandBend: bool) -> ") + kPlacedSig)),
-            intern(std::string(doc(std::string(name) + ".deform")) +
+            intern(std::string(std::is_same_v<C, ZFeather>
+                                   ? "Places the template along strand strandIndex of curves: Y along the strand "
+                                     "parameter, X across along a side vector (from the strand's bend with "
+                                     "useStrandBend, else from rxy and the root frame), Z out of the plane; the two "
+                                     "halves fold by +-angle about the chord."
+                                   : doc(std::string(name) + ".deform")) +
                    " Returns the placed mesh points, lattice points and CVs as new (n, 3) arrays."))
         .def(
             "rotate",
@@ -154,8 +159,8 @@ nb::class_<C> templateClass(nb::module_& m, const char* name) {
             },
             nb::sig("def displayLists(self, /) -> tuple[int, ...]"), doc("ZFeather.displayLists"))
         .def_rw("txLayerName", &C::txLayerName);
-    member(cls, "mesh", &C::mesh, intern(std::string(name) + ".mesh"));
-    member(cls, "curves", &C::curves, "");
+    member(cls, "mesh", &C::mesh, "ZFeather.mesh");
+    member(cls, "curves", &C::curves, "ZFeather.curves");
     member(cls, "boundingBox", &C::boundingBox, "ZFeather.boundingBox");
     member(cls, "lattice", &C::lattice, "ZFeather.lattice");
     return cls;
@@ -200,10 +205,12 @@ void bindFeathers(nb::module_& m) {
         .def(
             "readRManAttrs",
             [](ZFeather& t, const ZString& path) {
+                refuseIfViewed(t, "readRManAttrs");
                 auto f = openIn(path);
+                const Unlocked unlocked("readRManAttrs", {writing(t)});
                 t.readRManAttrs(f);
             },
-            nb::arg("path"));
+            nb::arg("path"), doc("ZFeather.readRManAttrs"));
 
     auto source = templateClass<ZSource>(m, "ZSource");
     member(source, "auxMeshA", &ZSource::auxMeshA, "ZSource.auxMeshA");

@@ -1,6 +1,8 @@
 // ZExpression and the ten modifiers. Every modifier gets its public members as attributes
 // (arrays as views), and evaluate, deform and apply with the checks its C++ code trusts
 // its caller for; the maps a modifier registers stay alive while registered.
+#include <cctype>
+
 #include <nanobind/stl/pair.h>
 #include <nanobind/stl/string.h>
 #include <nanobind/stl/tuple.h>
@@ -31,17 +33,58 @@ void checkEach(size_t n, const char* what, const A&... arrays) {
     (checkLength(arrays, n, what, "a result array of the modifier (evaluate it first)"), ...);
 }
 
+// The docstring of a modifier's member: the header's where it has one, otherwise the
+// member's part in the protocol every modifier follows (ZModifier.h, ZModifierFrame.h),
+// told by its name: a remembered parameter, a result array, or a parameter of an
+// expression group (value, seed, rand, freq, expression) or of the mask.
+const char* modifierFieldDoc(const char* docKey, bool array) {
+    if (const char* text = documented(docKey)) return text;
+    const std::string key(docKey), name = key.substr(key.find('.') + 1);
+    auto endsWith = [&](const char* tail) {
+        const std::string t(tail);
+        return name.size() >= t.size() && name.compare(name.size() - t.size(), t.size(), t) == 0;
+    };
+    const bool mask = name.find("mask") != std::string::npos || name.find("Mask") != std::string::npos;
+    std::string text;
+    if (array && mask)
+        text = "Per strand, 1 where the mask of the last evaluate excludes the strand from deform (a view).";
+    else if (array)
+        text = "The per-strand results of the last evaluate, which deform applies (a view).";
+    else if (name.size() > 4 && name.compare(0, 4, "prev") == 0 && std::isupper(static_cast<unsigned char>(name[4]))) {
+        std::string param = name.substr(4);
+        param[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(param[0])));
+        text = "The " + param + " the results were computed with: evaluate recomputes when " + param +
+               " differs (reset() and invalidate() clear it).";
+    } else if (mask && endsWith("Expr"))
+        text = "The mask: an expression of the registered maps' variables; a strand whose value exceeds its random "
+               "draw is left as it is by deform. Empty: no strand is masked.";
+    else if (endsWith("Expr") || name == "expr")
+        text = "The expression of this parameter group (SeExpr), evaluated per strand with the variables id, u, v, x, "
+               "y, z, the group's value, seed, rand and freq, and one variable per registered map; its result is the "
+               "strand's value.";
+    else if (endsWith("Seed") || name == "seed")
+        text = "The group's seed: the expression's variable seed, and the seed of the random offsets of x, y and z.";
+    else if (endsWith("Rand") || name == "rand")
+        text = "The group's amount of randomness: the expression's variable rand.";
+    else if (endsWith("Freq") || name == "freq")
+        text = "The group's frequency: the expression's variable freq.";
+    else
+        text = "The group's value, which the host sets before evaluate: the expression reads it as the variable " +
+               name + ".";
+    return intern(text);
+}
+
 // One attribute per public member: numbers and texts as values, arrays as views.
 template <typename C, typename Cls, typename T>
 void field(Cls& cls, const char* name, T C::*member, const char* docKey) {
     if constexpr (std::is_same_v<T, ZSimplexNoise>)
-        cls.def_ro(name, member, doc(docKey));
+        cls.def_ro(name, member, modifierFieldDoc(docKey, false));
     else
-        cls.def_rw(name, member, doc(docKey));
+        cls.def_rw(name, member, modifierFieldDoc(docKey, false));
 }
 template <typename C, typename Cls, typename T>
 void field(Cls& cls, const char* name, ZArray<T> C::*member, const char* docKey) {
-    arrayField(cls, name, member, docKey);
+    arrayField(cls, name, member, docKey, modifierFieldDoc(docKey, true));
 }
 
 // Every registered map must have pixels of its stated size before a modifier samples it.
@@ -150,7 +193,8 @@ nb::class_<C> modifier(nb::module_& m, const char* name, unsigned deformArrays, 
                 if (!nb::cast<C&>(self).find(mapName) || !nb::hasattr(self, "_maps")) return nb::none();
                 return nb::cast<nb::dict>(nb::getattr(self, "_maps"))[mapName];
             },
-            nb::arg("name"), nb::sig("def find(self, name: str) -> ZImageMap | None"), doc("ZModifier.find"))
+            nb::arg("name"), nb::sig("def find(self, name: str) -> ZImageMap | None"),
+            "The first map registered under name, or None.")
         .def(
             "getAttributeNames",
             [](const C& mod) {
@@ -158,7 +202,7 @@ nb::class_<C> modifier(nb::module_& m, const char* name, unsigned deformArrays, 
                 mod.getAttributeNames(names);
                 return std::vector<std::string>(names.begin(), names.end());
             },
-            doc("ZModifier.getAttributeNames"))
+            "The registered names, in order, as a new list.")
         .def_prop_ro(
             "attributeMaps",
             [](nb::handle self) {
@@ -194,7 +238,7 @@ void bindModifiers(nb::module_& m) {
             std::vector<std::string> out;
             for (const auto& entry : v.e->variables) out.push_back(entry.first);
             return out;
-        });
+        }, "The variable names, in sorted order.");
 
     nb::class_<ZExpression>(m, "ZExpression", doc("ZExpression"))
         .def(nb::init<>())

@@ -11,6 +11,8 @@
 #include "common.h"
 #include "docstrings.h"
 
+#include <nanobind/stl/vector.h>
+
 namespace gcpy {
 
 const char* intern(std::string text) {
@@ -19,14 +21,27 @@ const char* intern(std::string text) {
     return strings.back().c_str();
 }
 
-const char* doc(std::string_view key) {
+// Keys asked for that the headers' comments do not document; the test suite requires
+// none (undocumented()), so a binding cannot silently get an empty docstring.
+std::vector<std::string>& undocumentedKeys() {
+    static std::vector<std::string> keys;
+    return keys;
+}
+
+const char* documented(std::string_view key) {
     static const std::unordered_map<std::string_view, const char*> table = [] {
         std::unordered_map<std::string_view, const char*> t;
         for (const auto& entry : kHeaderDocs) t.emplace(entry.key, entry.text);
         return t;
     }();
     auto it = table.find(key);
-    return it == table.end() ? "" : it->second;
+    return it == table.end() ? nullptr : it->second;
+}
+
+const char* doc(std::string_view key) {
+    if (const char* text = documented(key)) return text;
+    undocumentedKeys().emplace_back(key);
+    return "";
 }
 
 // Keyed by array address; touched only with the GIL held (view creation and capsule
@@ -246,4 +261,7 @@ NB_MODULE(_groomcore, m) {
     gcpy::bindFeathers(m);
     gcpy::bindCache(m);
     gcpy::bindUsd(m);
+    m.def(
+        "_undocumented", [] { return gcpy::undocumentedKeys(); },
+        "The docstring keys the bindings asked for that no header documents (the test suite requires none).");
 }

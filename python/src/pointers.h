@@ -115,8 +115,8 @@ std::vector<Use> hostUses(const C& c, bool writesSelf) {
 // feather kinds and the per-strand feather transforms.
 template <typename C, typename Cls>
 void hostDataFields(Cls& cls, const std::string& docClass) {
-    pointerField(cls, "follicles", &C::follicles, "", "ZFollicles");
-    pointerField(cls, "curves", &C::curves, "", "ZCurves");
+    pointerField(cls, "follicles", &C::follicles, intern(docClass + ".follicles"), "ZFollicles");
+    pointerField(cls, "curves", &C::curves, intern(docClass + ".curves"), "ZCurves");
     pointerField(cls, "boundingBox", &C::boundingBox, intern(docClass + ".boundingBox"), "ZBoundingBox");
     listField(cls, "feathers", &C::feathers, intern(docClass + ".feathers"), "ZFeather");
     for (const char* name : {"scales", "rotations", "folds"}) transformField<C>(cls, name);

@@ -34,7 +34,7 @@ void bindStrands(nb::module_& m) {
         .def_prop_ro(
             "bdw", [](ZFollicles& f) -> ZFloatSetArray& { return f.bdw; }, nb::rv_policy::reference_internal,
             doc("ZFollicles.bdw"))
-        .def("numStrands", &ZFollicles::numStrands)
+        .def("numStrands", &ZFollicles::numStrands, "The number of strands (the length of tgl).")
         .def("reset", [](ZFollicles& f) { refuseIfViewed(f, "reset"); f.reset(); }, doc("ZFollicles.reset"))
         .def(
             "calcRxy",

@@ -35,16 +35,36 @@ def declared_names(line: str) -> list[str]:
     return [re.sub(r"\[.*", "", n).strip() for n in m.group(1).split(",") if n.strip()]
 
 
+def file_comment(lines: list[str]) -> str:
+    """The comment that opens a header: it describes the class the header is named after."""
+    head: list[str] = []
+    for line in lines:
+        stripped = line.strip()
+        if not stripped.startswith("//"):
+            break
+        head.append(stripped[2:].strip())
+    return " ".join(head)
+
+
 def scan(path: Path, docs: dict[str, str]) -> None:
     scopes: list[tuple[str, int]] = []
     depth = 0
     block: list[str] = []
-    for raw in path.read_text().splitlines():
+    lines = path.read_text().splitlines()
+    # One header per class, named after it: its opening comment is the class's docstring
+    # unless a comment stands right above the class itself.
+    opening = file_comment(lines)
+    # A comment block documents the run of declarations right below it, up to a blank line
+    # ("drawVertices, drawWireframe and drawSurface: ..." above three declarations).
+    run = ""
+    for raw in lines:
         line = raw.rstrip()
         stripped = line.strip()
         if stripped.startswith("//"):
             block.append(stripped[2:].strip())
             continue
+        if not stripped:
+            run = ""
         scope = SCOPE.match(line)
         owner = scopes[-1][0] if scopes else ""
         if scope:
@@ -52,19 +72,45 @@ def scan(path: Path, docs: dict[str, str]) -> None:
             key = f"{owner}.{name}" if owner else name
             if block:
                 docs.setdefault(key, " ".join(block))
+            run = ""
         else:
             names = declared_names(line) if depth - (1 if scopes else 0) <= (scopes[-1][1] if scopes else 0) else []
             trailing = line.split("//", 1)[1].strip() if "//" in line else ""
-            text = " ".join(block) if block else trailing
+            function = "(" in line.split("//")[0]
+            own = " ".join(block)
+            # A run carries over functions only: a comment above a group of fields speaks
+            # of the group, not of each field.
+            text = trailing or own or (run if function else "")
+            run = (own or run) if function and "{" not in line else ""
             if text:
                 for n in names:
                     docs.setdefault(f"{owner}.{n}" if owner else n, text)
         block = []
+        if stripped.startswith("namespace") or (stripped.startswith("}") and "namespace" in stripped):
+            continue  # a namespace's braces do not nest declarations
         depth += line.count("{") - line.count("}")
         if scope:
             scopes.append((scope.group(1), depth))
         while scopes and depth < scopes[-1][1]:
             scopes.pop()
+    if opening:
+        docs.setdefault(path.stem, opening)
+
+
+# The headers speak C++; the docstrings speak Python.
+PYTHON_WORDS = [
+    (re.compile(r"\bnull\b"), "None"),
+    (re.compile(r"\bfalse\b"), "False"),
+    (re.compile(r"\btrue\b"), "True"),
+    (re.compile(r"\bpointers\b"), "references"),
+    (re.compile(r"\bpointer\b"), "reference"),
+]
+
+
+def python_words(text: str) -> str:
+    for pattern, word in PYTHON_WORDS:
+        text = pattern.sub(word, text)
+    return text
 
 
 def main(argv: list[str]) -> int:
@@ -74,7 +120,7 @@ def main(argv: list[str]) -> int:
     out = ["// Generated from the headers' comments by python/tools/header_docs.py.", "#pragma once", ""]
     out.append("static const struct { const char* key; const char* text; } kHeaderDocs[] = {")
     for key in sorted(docs):
-        text = docs[key].replace("\\", "\\\\").replace('"', '\\"')
+        text = python_words(docs[key]).replace("\\", "\\\\").replace('"', '\\"')
         out.append(f'    {{"{key}", "{text}"}},')
     out.append("};")
     # Its folder may not exist yet: Ninja makes an output's folder, Make does not.
