@@ -1,83 +1,33 @@
+// The object and property layer of the Alembic reader: the archive, its time samplings,
+// object headers and the tree of objects (instances followed), property headers and the
+// samples of scalar and array properties.
 #include "base/alembic/ZAlembic.h"
 
 #include <algorithm>
-#include <array>
+#include <atomic>
 #include <climits>
 #include <cmath>
 #include <cstring>
-#include <limits>
-#include <mutex>
-#include <unordered_map>
 #include <unordered_set>
 
-#include "base/alembic/ZOgawa.h"
+#include "base/alembic/ZAlembicFormat.h"
 
 namespace Ulmex {
 
 namespace alembic {
-
-struct ObjectHeader {
-    std::string name, meta;
-};
-
-// A time sampling of the archive: uniform (one stored time), cyclic (several, with a time
-// per cycle) or acyclic (every time stored).
-struct TimeSampling {
-    double timePerCycle = 1.0;
-    std::vector<double> times{0.0};
-    bool acyclic() const { return timePerCycle == std::numeric_limits<double>::max() / 32.0; }
-    double time(std::uint32_t index) const;
-    std::uint32_t nearIndex(double t, std::uint32_t numSamples) const;
-};
-
-// What an open archive shares with every object read from it.
-struct Archive {
-    std::shared_ptr<const ogawa::File> file;
-    std::vector<std::string> indexedMeta;  // entry 0 is the empty metadata
-    std::uint64_t topGroup = 0;
-    std::vector<TimeSampling> timeSamplings;  // entry 0 is the identity sampling
-    // The child headers of every group read so far, each parsed once: walks stay linear in
-    // the objects however wide the scene. Bounded by the headers in the file.
-    mutable std::mutex mutex;
-    mutable std::unordered_map<std::uint64_t, std::shared_ptr<const std::vector<ObjectHeader>>> headers;
-};
-
-// Alembic's plain-old-data types, as the file numbers them.
-enum Pod { kBool, kU8, kI8, kU16, kI16, kU32, kI32, kU64, kI64, kF16, kF32, kF64, kString, kWString };
 
 int podBytes(int pod) {
     static const int bytes[] = {1, 1, 1, 2, 2, 4, 4, 8, 8, 2, 4, 8};
     return pod >= 0 && pod < 12 ? bytes[pod] : 0;
 }
 
-// A little-endian reader over one block of bytes that never reads past its end.
-struct Cursor {
-    const std::uint8_t* p;
-    std::uint64_t size, pos = 0;
-    bool ok = true;
-    bool has(std::uint64_t n) const { return ok && pos <= size && size - pos >= n; }
-    std::uint32_t u32(int bytes) {
-        if (!has(static_cast<std::uint64_t>(bytes))) { ok = false; return 0; }
-        std::uint32_t v = 0;
-        std::memcpy(&v, p + pos, static_cast<size_t>(bytes));  // little-endian host
-        pos += static_cast<std::uint64_t>(bytes);
-        return v;
-    }
-    std::string str(std::uint64_t n) {
-        if (!has(n)) { ok = false; return {}; }
-        std::string s(reinterpret_cast<const char*>(p + pos), static_cast<size_t>(n));
-        pos += n;
-        return s;
-    }
-};
-
-// The headers of an object's children: the last child of its group, less a 32-byte hash.
+// The headers of an object's children: the last child of its group, less its hash.
 std::vector<ObjectHeader> objectHeaders(const Archive& a, const ogawa::Group& g) {
     std::vector<ObjectHeader> out;
     if (g.numChildren() == 0 || !g.isData(g.numChildren() - 1)) return out;
     const ogawa::Data d = g.data(g.numChildren() - 1);
-    if (d.size <= 32) return out;
-    Cursor c{d.ptr, d.size - 32};
+    if (d.size <= kObjectHeadersHashBytes) return out;
+    Cursor c{d.ptr, d.size - kObjectHeadersHashBytes};
     while (c.ok && c.pos < c.size) {
         ObjectHeader h;
         const std::uint32_t nameSize = c.u32(4);
@@ -85,7 +35,7 @@ std::vector<ObjectHeader> objectHeaders(const Archive& a, const ogawa::Group& g)
         h.name = c.str(nameSize);
         const std::uint32_t metaIndex = c.u32(1);
         if (!c.ok) break;
-        if (metaIndex == 0xff) {
+        if (metaIndex == kInlineMetadata) {
             h.meta = c.str(c.u32(4));
         } else if (metaIndex < a.indexedMeta.size()) {
             h.meta = a.indexedMeta[metaIndex];
@@ -136,14 +86,6 @@ std::uint32_t TimeSampling::nearIndex(double t, std::uint32_t numSamples) const 
     return std::fabs(t - time(lo)) <= std::fabs(time(hi) - t) ? lo : hi;
 }
 
-struct PropertyHeader {
-    int type = -1;  // 0 compound, 1 scalar, 2 array
-    int pod = -1, extent = 0;
-    std::uint32_t next = 0, first = 0, last = 0;
-    std::uint32_t timeSampling = 0;
-    std::string name;
-};
-
 std::vector<PropertyHeader> propertyHeaders(const Archive& a, const ogawa::Group& g) {
     std::vector<PropertyHeader> out;
     if (g.numChildren() == 0 || !g.isData(g.numChildren() - 1)) return out;
@@ -153,32 +95,32 @@ std::vector<PropertyHeader> propertyHeaders(const Archive& a, const ogawa::Group
         PropertyHeader h;
         const std::uint32_t info = c.u32(4);
         if (!c.ok) break;
-        const int hint = static_cast<int>((info & 0xc) >> 2);
+        const int hint = static_cast<int>((info & kInfoSizeHintMask) >> kInfoSizeHintShift);
         const int width = hint == 0 ? 1 : hint == 1 ? 2 : hint == 2 ? 4 : 0;
         if (width == 0) break;
-        const std::uint32_t ptype = info & 0x3;
-        h.type = ptype == 0 ? 0 : ptype == 1 ? 1 : 2;
-        if (h.type != 0) {
-            h.pod = static_cast<int>((info & 0xf0) >> 4);
-            h.extent = static_cast<int>((info & 0xff000) >> 12);
+        const std::uint32_t kind = info & kInfoKindMask;
+        h.type = kind == kCompound ? kCompound : kind == kScalar ? kScalar : kArray;
+        if (h.type != kCompound) {
+            h.pod = static_cast<int>((info & kInfoPodMask) >> kInfoPodShift);
+            h.extent = static_cast<int>((info & kInfoExtentMask) >> kInfoExtentShift);
             if (h.pod > kWString) break;
             h.next = c.u32(width);
-            if (info & 0x200) {
+            if (info & kInfoFirstLastChanged) {
                 h.first = c.u32(width);
                 h.last = c.u32(width);
-            } else if (info & 0x800) {
+            } else if (info & kInfoConstant) {
                 h.first = h.last = 0;
             } else {
                 h.first = 1;
                 h.last = h.next - 1;
             }
-            if (info & 0x100) h.timeSampling = c.u32(width);
+            if (info & kInfoHasTimeSampling) h.timeSampling = c.u32(width);
         }
         const std::uint32_t nameSize = c.u32(width);
         if (!c.ok || nameSize == 0) break;
         h.name = c.str(nameSize);
-        const std::uint32_t metaIndex = (info & 0xff00000) >> 20;
-        if (metaIndex == 0xff) {
+        const std::uint32_t metaIndex = (info & kInfoMetadataMask) >> kInfoMetadataShift;
+        if (metaIndex == kInlineMetadata) {
             c.str(c.u32(width));
         } else if (metaIndex >= a.indexedMeta.size()) {
             break;
@@ -189,12 +131,6 @@ std::vector<PropertyHeader> propertyHeaders(const Archive& a, const ogawa::Group
     }
     return out;
 }
-
-struct Property {
-    ogawa::Group group;
-    PropertyHeader header;
-    bool valid = false;
-};
 
 Property findProperty(const Archive& a, const ogawa::Group& compound, const char* name) {
     Property p;
@@ -243,7 +179,7 @@ bool storedIndex(const PropertyHeader& h, int sample, std::uint64_t& index) {
 // many elements there are, without reading them.
 bool arrayExtent(const Property& p, int sample, int pod, int extent, std::uint64_t& at, std::uint64_t& count) {
     std::uint64_t idx;
-    if (!p.valid || p.header.type != 2 || p.header.pod != pod || p.header.extent != extent ||
+    if (!p.valid || p.header.type != kArray || p.header.pod != pod || p.header.extent != extent ||
         !storedIndex(p.header, sample, idx))
         return false;
     std::uint64_t pos, size;
@@ -251,10 +187,10 @@ bool arrayExtent(const Property& p, int sample, int pod, int extent, std::uint64
     const std::uint64_t element = static_cast<std::uint64_t>(podBytes(pod)) * static_cast<std::uint64_t>(extent);
     if (element == 0) return false;
     at = count = 0;
-    if (size < 16) return size == 0;
-    count = (size - 16) / element;
+    if (size < kSampleKeyBytes) return size == 0;
+    count = (size - kSampleKeyBytes) / element;
     if (count > static_cast<std::uint64_t>(INT_MAX)) return false;
-    at = pos + 16;
+    at = pos + kSampleKeyBytes;
     return true;
 }
 
@@ -275,11 +211,11 @@ bool arrayValues(const Property& p, int sample, int pod, int extent, const std::
 bool scalarValues(const Property& p, int sample, int pod, const std::uint8_t*& values, int& extent,
                   ogawa::Data& held) {
     std::uint64_t idx;
-    if (!p.valid || p.header.type != 1 || p.header.pod != pod || !storedIndex(p.header, sample, idx)) return false;
+    if (!p.valid || p.header.type != kScalar || p.header.pod != pod || !storedIndex(p.header, sample, idx)) return false;
     const ogawa::Data& d = held = p.group.data(idx);
     extent = p.header.extent;
-    if (d.size != 16 + static_cast<std::uint64_t>(podBytes(pod)) * static_cast<std::uint64_t>(extent)) return false;
-    values = d.ptr + 16;
+    if (d.size != kSampleKeyBytes + static_cast<std::uint64_t>(podBytes(pod)) * static_cast<std::uint64_t>(extent)) return false;
+    values = d.ptr + kSampleKeyBytes;
     return true;
 }
 
@@ -287,24 +223,12 @@ bool scalarValues(const Property& p, int sample, int pod, const std::uint8_t*& v
 // the first NUL.
 bool scalarString(const Property& p, std::string& out) {
     std::uint64_t idx;
-    if (!p.valid || p.header.type != 1 || p.header.pod != kString || !storedIndex(p.header, 0, idx)) return false;
+    if (!p.valid || p.header.type != kScalar || p.header.pod != kString || !storedIndex(p.header, 0, idx)) return false;
     const ogawa::Data d = p.group.data(idx);
-    if (d.size < 16) return false;
-    const char* b = reinterpret_cast<const char*>(d.ptr + 16);
-    out.assign(b, static_cast<size_t>(std::find(b, b + (d.size - 16), '\0') - b));
+    if (d.size < kSampleKeyBytes) return false;
+    const char* b = reinterpret_cast<const char*>(d.ptr + kSampleKeyBytes);
+    out.assign(b, static_cast<size_t>(std::find(b, b + (d.size - kSampleKeyBytes), '\0') - b));
     return true;
-}
-
-template <typename T>
-bool readArray(const Property& p, int sample, int pod, int extent, ZArray<T>& out) {
-    static_assert(std::is_trivially_copyable<T>::value, "raw element type needed");
-    std::uint64_t at = 0, count = 0;
-    if (!arrayExtent(p, sample, pod, extent, at, count)) return false;
-    const std::uint64_t bytes = count * static_cast<std::uint64_t>(podBytes(pod) * extent);
-    // Straight from the file into the caller's array, which keeps its memory from one read
-    // to the next.
-    out.resize(static_cast<size_t>(bytes / sizeof(T)));
-    return out.empty() || p.group.file()->read(at, out.size() * sizeof(T), out.data());
 }
 
 // The value of `key` in metadata "key=value;key=value"; empty if absent.
@@ -359,111 +283,6 @@ bool resolvePath(const Archive& a, const std::string& path, std::uint64_t& group
     return true;
 }
 
-// ------------------------------------------------------------------------------- Xform
-
-struct Op {
-    int type;
-    double ch[16];
-    int n;
-};
-
-// The op stack of an object's ".xform" at `sample`; false when it has none.
-bool xformOps(const Archive& a, const ogawa::Group& objGroup, int sample, std::vector<Op>& ops, bool& inherits) {
-    inherits = true;
-    if (!objGroup.isGroup(0)) return false;
-    const Property xf = findProperty(a, objGroup.group(0), ".xform");
-    if (!xf.valid || xf.header.type != 0) return false;
-    const Property opsProp = findProperty(a, xf.group, ".ops");
-    const std::uint8_t* codes = nullptr;
-    int numOps = 0;
-    ops.clear();
-    ogawa::Data held;
-    if (opsProp.valid && scalarValues(opsProp, 0, kU8, codes, numOps, held)) {
-        for (int i = 0; i < numOps; ++i) {
-            const int type = codes[i] >> 4;
-            static const int channels[] = {3, 3, 4, 16, 1, 1, 1};
-            if (type > 6) break;
-            Op op{type, {0}, channels[type]};
-            if (type == 0) op.ch[0] = op.ch[1] = op.ch[2] = 1.0;
-            if (type == 3)
-                for (int k = 0; k < 4; ++k) op.ch[5 * k] = 1.0;
-            ops.push_back(op);
-        }
-    }
-    // The channel values of every op, in order, as one double array.
-    const Property vals = findProperty(a, xf.group, ".vals");
-    std::vector<double> v;
-    const std::uint8_t* raw = nullptr;
-    int extent = 0;
-    std::uint64_t count = 0;
-    if (scalarValues(vals, sample, kF64, raw, extent, held)) {
-        v.resize(static_cast<size_t>(extent));
-    } else if (vals.valid && vals.header.type == 2 &&
-               arrayValues(vals, sample, kF64, vals.header.extent, raw, count, held)) {
-        v.resize(static_cast<size_t>(count) * static_cast<size_t>(vals.header.extent));
-    }
-    if (!v.empty()) std::memcpy(v.data(), raw, v.size() * sizeof(double));
-    size_t at = 0;
-    for (Op& op : ops)
-        for (int k = 0; k < op.n && at < v.size(); ++k) op.ch[k] = v[at++];
-    const Property inh = findProperty(a, xf.group, ".inherits");
-    const std::uint8_t* flag = nullptr;
-    int one = 0;
-    if (scalarValues(inh, sample, kBool, flag, one, held) && one == 1) inherits = flag[0] != 0;
-    return true;
-}
-
-using M4 = std::array<double, 16>;  // rows, column vectors
-
-M4 identity4() { return {1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}; }
-
-M4 mul(const M4& a, const M4& b) {
-    M4 r{};
-    for (int i = 0; i < 4; ++i)
-        for (int j = 0; j < 4; ++j) {
-            double s = 0;
-            for (int k = 0; k < 4; ++k) s += a[4 * i + k] * b[4 * k + j];
-            r[4 * i + j] = s;
-        }
-    return r;
-}
-
-M4 rotation(double x, double y, double z, double degrees) {
-    const double len = std::sqrt(x * x + y * y + z * z);
-    M4 r = identity4();
-    if (!(len > 0)) return r;
-    x /= len, y /= len, z /= len;
-    const double t = degrees * 0.017453292519943295, c = std::cos(t), s = std::sin(t), k = 1 - c;
-    r = {k * x * x + c,     k * x * y - s * z, k * x * z + s * y, 0, k * x * y + s * z, k * y * y + c,
-         k * y * z - s * x, 0,                 k * x * z - s * y, k * y * z + s * x, k * z * z + c, 0,
-         0,                 0,                 0,                 1};
-    return r;
-}
-
-// Alembic composes the ops of a stack as ret = op * ret on row vectors: for column vectors
-// the first op stands leftmost, so a stack translate, rotateZ, rotateY, rotateX, scale is
-// T Rz Ry Rx S.
-M4 localMatrix(const std::vector<Op>& ops) {
-    M4 m = identity4();
-    for (const Op& op : ops) {
-        M4 o = identity4();
-        switch (op.type) {
-        case 0: o[0] = op.ch[0], o[5] = op.ch[1], o[10] = op.ch[2]; break;
-        case 1: o[3] = op.ch[0], o[7] = op.ch[1], o[11] = op.ch[2]; break;
-        case 2: o = rotation(op.ch[0], op.ch[1], op.ch[2], op.ch[3]); break;
-        case 3:  // stored for row vectors: transpose
-            for (int i = 0; i < 4; ++i)
-                for (int j = 0; j < 4; ++j) o[4 * j + i] = op.ch[4 * i + j];
-            break;
-        case 4: o = rotation(1, 0, 0, op.ch[0]); break;
-        case 5: o = rotation(0, 1, 0, op.ch[0]); break;
-        case 6: o = rotation(0, 0, 1, op.ch[0]); break;
-        }
-        m = mul(m, o);
-    }
-    return m;
-}
-
 } // namespace alembic
 
 using namespace alembic;
@@ -477,20 +296,21 @@ bool ZAlembicArchive::open(const char* path) {
     // The archive group: version, file version, the top object, archive metadata, time
     // samplings, indexed metadata.
     const ogawa::Group root(*file, file->rootGroup());
-    if (root.numChildren() < 6 || !root.isData(0) || !root.isData(1) || !root.isGroup(2) || !root.isData(3) ||
-        !root.isData(4) || !root.isData(5))
+    if (root.numChildren() <= kIndexedMetadata || !root.isData(kArchiveVersion) || !root.isData(kFileVersion) ||
+        !root.isGroup(kTopObject) || !root.isData(kArchiveMetadata) || !root.isData(kTimeSamplings) ||
+        !root.isData(kIndexedMetadata))
         return false;
     // Alembic's own archive version: 0 (and -1, before it was written) is all the format has.
-    const ogawa::Data version = root.data(0);
+    const ogawa::Data version = root.data(kArchiveVersion);
     if (version.size != 4) return false;
     std::int32_t archiveVersion;
     std::memcpy(&archiveVersion, version.ptr, 4);
     if (archiveVersion < -1 || archiveVersion > 0) return false;
     auto a = std::make_shared<Archive>();
     a->file = file;
-    a->topGroup = root.group(2).position();
+    a->topGroup = root.group(kTopObject).position();
     // The time samplings: max sample, time per cycle, stored times, for each.
-    const ogawa::Data ts = root.data(4);
+    const ogawa::Data ts = root.data(kTimeSamplings);
     Cursor t{ts.ptr, ts.size};
     while (t.ok && t.pos < t.size && a->timeSamplings.size() < 65536) {
         TimeSampling sampling;
@@ -514,7 +334,7 @@ bool ZAlembicArchive::open(const char* path) {
     }
     if (a->timeSamplings.empty()) a->timeSamplings.emplace_back();
     a->indexedMeta.emplace_back();
-    const ogawa::Data meta = root.data(5);
+    const ogawa::Data meta = root.data(kIndexedMetadata);
     Cursor c{meta.ptr, meta.size};
     while (c.ok && c.pos < c.size && a->indexedMeta.size() < 256) {
         std::string m = c.str(c.u32(1));
@@ -547,12 +367,12 @@ int ZAlembicObject::numSamples() const {
     const ogawa::Group g = objectGroup(*_archive, _group);
     if (!g.isGroup(0)) return 0;
     const Property points = findPath(*_archive, g.group(0), {".geom", "P"});
-    if (points.valid && points.header.type != 0) return static_cast<int>(points.header.next);
+    if (points.valid && points.header.type != kCompound) return static_cast<int>(points.header.next);
     // A transform without values (no ops, or only constant ones) is one constant sample.
     const Property xform = findProperty(*_archive, g.group(0), ".xform");
-    if (!xform.valid || xform.header.type != 0) return 0;
+    if (!xform.valid || xform.header.type != kCompound) return 0;
     const Property vals = findProperty(*_archive, xform.group, ".vals");
-    return vals.valid && vals.header.type != 0 ? std::max(1, static_cast<int>(vals.header.next)) : 1;
+    return vals.valid && vals.header.type != kCompound ? std::max(1, static_cast<int>(vals.header.next)) : 1;
 }
 
 namespace {
@@ -562,9 +382,9 @@ Property sampledProperty(const Archive& a, std::uint64_t group) {
     const ogawa::Group g = objectGroup(a, group);
     if (!g.isGroup(0)) return Property();
     const Property points = findPath(a, g.group(0), {".geom", "P"});
-    if (points.valid && points.header.type != 0) return points;
+    if (points.valid && points.header.type != kCompound) return points;
     const Property vals = findPath(a, g.group(0), {".xform", ".vals"});
-    return vals.valid && vals.header.type != 0 ? vals : Property();
+    return vals.valid && vals.header.type != kCompound ? vals : Property();
 }
 } // namespace
 
@@ -661,203 +481,6 @@ bool ZAlembicObject::getChild(int index, ZAlembicObject& child) const {
     if (index < 0 || static_cast<size_t>(index) >= all->size()) return false;
     child = (*all)[static_cast<size_t>(index)];
     return true;
-}
-
-namespace {
-
-// T, R (degrees about x, y and z) and S such that T * Rz * Ry * Rx * S is the matrix (for a
-// matrix without shear; a negative determinant negates the x scale).
-void decompose(const M4& m, ZVector& t, ZVector& r, ZVector& s) {
-    t = ZVector(float(m[3]), float(m[7]), float(m[11]));
-    double col[3][3];
-    double sc[3];
-    for (int j = 0; j < 3; ++j) {
-        for (int i = 0; i < 3; ++i) col[j][i] = m[4 * i + j];
-        sc[j] = std::sqrt(col[j][0] * col[j][0] + col[j][1] * col[j][1] + col[j][2] * col[j][2]);
-    }
-    const double det = col[0][0] * (col[1][1] * col[2][2] - col[1][2] * col[2][1]) -
-                       col[1][0] * (col[0][1] * col[2][2] - col[0][2] * col[2][1]) +
-                       col[2][0] * (col[0][1] * col[1][2] - col[0][2] * col[1][1]);
-    if (det < 0) sc[0] = -sc[0];
-    double R[3][3];  // R[i][j]: row i, column j
-    for (int j = 0; j < 3; ++j)
-        for (int i = 0; i < 3; ++i) R[i][j] = sc[j] != 0 ? col[j][i] / sc[j] : (i == j ? 1.0 : 0.0);
-    const double kDeg = 57.29577951308232;
-    const double cy = std::sqrt(R[0][0] * R[0][0] + R[1][0] * R[1][0]);
-    double x, y, z;
-    y = std::atan2(-R[2][0], cy);
-    if (cy > 1e-9) {
-        x = std::atan2(R[2][1], R[2][2]);
-        z = std::atan2(R[1][0], R[0][0]);
-    } else {  // gimbal lock: the x and z rotations share an axis; all of it goes to x
-        x = std::atan2(-R[1][2], R[1][1]);
-        z = 0;
-    }
-    r = ZVector(float(x * kDeg), float(y * kDeg), float(z * kDeg));
-    s = ZVector(float(sc[0]), float(sc[1]), float(sc[2]));
-}
-
-// A stack the channels give directly: at most one translate, rotate about z, y and x and
-// scale, in that order (T Rz Ry Rx S).
-bool plainStack(const std::vector<Op>& ops) {
-    static const int kOrder[] = {1, 6, 5, 4, 0};
-    size_t at = 0;
-    for (const Op& op : ops) {
-        while (at < 5 && kOrder[at] != op.type) ++at;
-        if (at == 5) return false;
-        ++at;
-    }
-    return true;
-}
-
-// The world matrix of a mesh: the product of the transforms above it (`ancestors`, from the
-// top down), each taken at the time of sample `sample` of `P` (its nearest sample there), as
-// time-based reads do: transforms and geometry may be sampled differently.
-ZMatrix meshWorldMatrix(const Archive& a, const std::vector<std::uint64_t>& ancestors, const Property& P, int sample) {
-    // The time of sample `sample` of the mesh's sampling, past its last stored sample too: a
-    // rigid prop stores its points once under transforms sampled every frame, and sample i
-    // must take them at frame i. (An acyclic sampling ends at its last stored time.)
-    const double time = samplingOf(a, P.header).time(sample < 0 ? 0u : std::uint32_t(sample));
-    M4 w = identity4();
-    std::vector<Op> ops;
-    bool inherits;
-    for (std::uint64_t pos : ancestors) {
-        const ogawa::Group xg = objectGroup(a, pos);
-        int xs = sample;
-        if (xg.isGroup(0)) {
-            const Property vals = findPath(a, xg.group(0), {".xform", ".vals"});
-            if (vals.valid && vals.header.type != 0)
-                xs = static_cast<int>(samplingOf(a, vals.header).nearIndex(time, std::max<std::uint32_t>(1, vals.header.next)));
-        }
-        if (!xformOps(a, xg, xs, ops, inherits)) continue;
-        w = inherits ? mul(w, localMatrix(ops)) : localMatrix(ops);
-    }
-    ZMatrix out;
-    for (int i = 0; i < 16; ++i) out.data[i] = static_cast<float>(w[static_cast<size_t>(i)]);
-    return out;
-}
-
-// The geometry compound (.geom) of a PolyMesh object.
-ogawa::Group meshGeometry(const Archive& a, std::uint64_t group) {
-    const ogawa::Group g = objectGroup(a, group);
-    const ogawa::Group props = g.isGroup(0) ? g.group(0) : ogawa::Group();
-    const Property geom = findProperty(a, props, ".geom");
-    return geom.valid && geom.header.type == 0 ? geom.group : ogawa::Group();
-}
-
-} // namespace
-
-bool ZAlembicObject::getTransformations(ZVector& translate, ZVector& rotateDegrees, ZVector& scale, int sample) const {
-    if (!_archive) return false;
-    std::vector<Op> ops;
-    bool inherits;
-    if (!xformOps(*_archive, objectGroup(*_archive, _group), sample, ops, inherits)) return false;
-    if (!plainStack(ops)) {
-        // Matrix ops (Blender, Houdini, Gaffer, 3ds Max), pivots (Maya) and other stacks: the
-        // object's whole local matrix, decomposed.
-        decompose(localMatrix(ops), translate, rotateDegrees, scale);
-        return true;
-    }
-    ZVector t(0, 0, 0), r(0, 0, 0), s(1, 1, 1);
-    for (const Op& op : ops) {
-        if (op.type == 1) t = ZVector(float(op.ch[0]), float(op.ch[1]), float(op.ch[2]));
-        if (op.type == 0) s = ZVector(float(op.ch[0]), float(op.ch[1]), float(op.ch[2]));
-        if (op.type >= 4) (op.type == 4 ? r.x : op.type == 5 ? r.y : r.z) = float(op.ch[0]);
-    }
-    translate = t;
-    rotateDegrees = r;
-    scale = s;
-    return true;
-}
-
-bool ZAlembicObject::getPolyMeshData(ZVectorArray* points, ZVectorArray* velocities, ZIntArray* counts,
-                                     ZIntArray* connections, ZBoundingBox* box, ZMatrix* worldMatrix, ZFloatArray* uvs,
-                                     ZIntArray* uvIndices, int sample) const {
-    if (!_archive || !isPolyMesh()) return false;
-    const Archive& a = *_archive;
-    const ogawa::Group gg = meshGeometry(a, _group);
-    const Property P = findProperty(a, gg, "P");
-    if (points && !readArray(P, sample, kF32, 3, *points)) points->clear();
-    if (velocities && !readArray(findProperty(a, gg, ".velocities"), sample, kF32, 3, *velocities)) velocities->clear();
-    if (counts && !readArray(findProperty(a, gg, ".faceCounts"), sample, kI32, 1, *counts)) counts->clear();
-    if (connections && !readArray(findProperty(a, gg, ".faceIndices"), sample, kI32, 1, *connections))
-        connections->clear();
-    if (box) {
-        const std::uint8_t* raw = nullptr;
-        int extent = 0;
-        double b[6];
-        ogawa::Data held;
-        if (scalarValues(findProperty(a, gg, ".selfBnds"), sample, kF64, raw, extent, held) && extent == 6) {
-            std::memcpy(b, raw, sizeof b);
-            box->minPoint = ZVector(float(b[0]), float(b[1]), float(b[2]));
-            box->maxPoint = ZVector(float(b[3]), float(b[4]), float(b[5]));
-        } else {
-            box->reset();
-        }
-    }
-    if (uvs || uvIndices) {
-        // Straight into the caller's arrays, reusing their memory from one sample to the next.
-        ZFloatArray scratchValues;
-        ZIntArray scratchIndices;
-        ZFloatArray& values = uvs ? *uvs : scratchValues;
-        ZIntArray& indices = uvIndices ? *uvIndices : scratchIndices;
-        bool ok = false;
-        const Property uv = findProperty(a, gg, "uv");
-        if (uv.valid && uv.header.type == 2) {
-            ok = readArray(uv, sample, kF32, 2, values);
-            if (ok) {
-                indices.resize(values.size() / 2);
-                for (size_t i = 0; i < indices.size(); ++i) indices[i] = static_cast<int>(i);
-            }
-        } else if (uv.valid && uv.header.type == 0) {
-            // The unsigned indices are copied as they are; the rare one past INT_MAX is clamped.
-            ok = readArray(findProperty(a, uv.group, ".vals"), sample, kF32, 2, values) &&
-                 readArray(findProperty(a, uv.group, ".indices"), sample, kU32, 1, indices);
-            if (ok)
-                for (int& i : indices)
-                    if (i < 0) i = INT_MAX;
-        }
-        if (!ok) {
-            values.clear();
-            indices.clear();
-        }
-    }
-    if (worldMatrix) *worldMatrix = meshWorldMatrix(a, _ancestors, P, sample);
-    return true;
-}
-
-bool ZAlembicObject::getPolyMeshViews(ZAlembicArrayView* points, ZAlembicArrayView* counts,
-                                      ZAlembicArrayView* connections, ZMatrix* worldMatrix, int sample) const {
-    if (!_archive || !isPolyMesh()) return false;
-    const Archive& a = *_archive;
-    const ogawa::Group gg = meshGeometry(a, _group);
-    const Property P = findProperty(a, gg, "P");
-    auto view = [&](ZAlembicArrayView* out, const Property& p, int pod, int extent) {
-        if (!out) return;
-        const std::uint8_t* v = nullptr;
-        std::uint64_t count = 0;
-        ogawa::Data held;
-        *out = arrayValues(p, sample, pod, extent, v, count, held)
-                   ? ZAlembicArrayView{v, static_cast<size_t>(count), held.hold}
-                   : ZAlembicArrayView{};
-    };
-    view(points, P, kF32, 3);
-    view(counts, findProperty(a, gg, ".faceCounts"), kI32, 1);
-    view(connections, findProperty(a, gg, ".faceIndices"), kI32, 1);
-    if (worldMatrix) *worldMatrix = meshWorldMatrix(a, _ancestors, P, sample);
-    return true;
-}
-
-// --------------------------------------------------------------------- free functions
-
-void ReverseConnections(const ZIntArray& counts, ZIntArray& connections) {
-    size_t at = 0;
-    for (int m : counts) {
-        if (m < 0 || static_cast<size_t>(m) > connections.size() - at) return;
-        if (m > 2) std::reverse(connections.begin() + static_cast<std::ptrdiff_t>(at + 1),
-                                connections.begin() + static_cast<std::ptrdiff_t>(at + static_cast<size_t>(m)));
-        at += static_cast<size_t>(m);
-    }
 }
 
 void GetAllDescendantObjects(const ZAlembicObject& object, ZAlembicObjectArray& objects, bool leavesOnly) {
