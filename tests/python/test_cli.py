@@ -308,6 +308,14 @@ def test_a_cache_read_back_whole_from_python_bakes_again_byte_for_byte(cache: Pa
         copy.scales, copy.rotations = transforms
         copy.folds = gc.readFoldsData(src, frame)
         assert copy.bakePerFrameData(str(tmp_path), frame)
+    # The exporter names its files, the kind and suffix included, and writes what it names.
+    x = gc.ZCurvesToUSD()
+    x.name, x.basePath, x.kind, x.suffix, x.perFrameFiles = "hair", str(tmp_path / "fur"), "fur", ".usda", True
+    x.follicles, x.curves, x.boundingBox, x.exportRatio = follicles, curves, copy.boundingBox, 1.0
+    x.writeGeometryToUSD(1001.125, True, False)
+    assert Path(x.geometryFile(1001.125, True, False)) == tmp_path / "fur.high_fur.1001.12.usda"
+    assert Path(x.geometryFile(1001.125, True, False)).is_file()
+
     original, copied = tree(cache / "hair"), tree(tmp_path / "hair")
     assert sorted(original) == sorted(copied)
     assert [n for n in original if n != gc.CACHE_INFO and original[n] != copied[n]] == []
