@@ -51,6 +51,23 @@ bool readStrandsData(const ZString& cacheDirectory, int frame, ZCurves* curves, 
     return true;
 }
 
+bool isStrandsFrameWhole(const ZString& cacheDirectory, float frame) {
+    std::ifstream records(ZCacheCommon::frameFile(cacheDirectory, ZCacheCommon::kCurves, frame).c_str(),
+                          std::ios::binary);
+    std::ifstream statics(ZCacheCommon::staticFile(cacheDirectory, ZCacheCommon::kFollicles).c_str(),
+                          std::ios::binary);
+    if (!records.is_open() || !statics.is_open()) return false;
+    ZCurves curves;
+    ZFollicles follicles;
+    if (!curves.read(records)) return false;
+    follicles.read(statics);
+    const int strands = follicles.numStrands();
+    // A record the stream cannot fill fails the stream, whatever the zeros that stand in.
+    follicles.read(records);
+    return !records.fail() && records.peek() == std::char_traits<char>::eof() && curves.numCurves() == strands &&
+           follicles.ln1.length() == strands && follicles.axs.length() == strands;
+}
+
 bool readCacheFrames(const ZString& cacheDirectory, std::vector<float>* frames) {
     std::error_code error;
     std::filesystem::directory_iterator entries(cacheDirectory.c_str(), error), end;

@@ -45,6 +45,12 @@ bool readInfoRecord(const Ulmex::ZString& cacheDirectory,
 bool readStrandsData(const Ulmex::ZString& cacheDirectory, int frame, Ulmex::ZCurves* curves,
                      ZFollicles* follicles);
 
+// True when the frame's `curves_` file (any frame the bakers write: p1001, p0, p1001.125)
+// holds exactly what a bake writes: a curves record and a per-frame follicle record of the
+// static record's strand count, nothing cut short and nothing behind. readStrandsData
+// reads a record cut short as zeros past its end; this tells such a frame apart.
+bool isStrandsFrameWhole(const Ulmex::ZString& cacheDirectory, float frame);
+
 // The frames of the cache: every `curves_` file whose name is one the bakers write
 // (curves_p1001, curves_m-5, curves_p1001.125), in increasing order. False, with `frames`
 // unchanged, when the directory cannot be listed.

@@ -6,6 +6,7 @@
 #include <pxr/sdf/primSpec.h>
 #include <pxr/sdf/schema.h>
 #include <pxr/sdf/types.h>
+#include <pxr/tf/errorMark.h>
 #include <pxr/tf/stringUtils.h>
 #include <pxr/vt/array.h>
 
@@ -279,11 +280,34 @@ void declareUsdGeomFields() {
     });
 }
 
-SdfLayerRefPtr findOrCreate(const std::string& path) {
+// The layer of `path`, found, opened or made; null, with why in `failure`, when none can be.
+// OpenUSD's own diagnostics are caught, not printed: the caller reports one line.
+SdfLayerRefPtr findOrCreate(const std::string& path, ZString& failure) {
     declareUsdGeomFields();
+    TfErrorMark mark;
     SdfLayerRefPtr layer = SdfLayer::FindOrOpen(path);
     if (!layer) layer = SdfLayer::CreateNew(path);
+    if (!layer) failure = "cannot create " + path + (mark.IsClean() ? std::string() : " (" + mark.begin()->GetCommentary() + ")");
+    mark.Clear();
     return layer;
+}
+
+// Saves the layer; a file the disk could not take whole is removed, with why in `failure`.
+void saveWhole(const SdfLayerRefPtr& layer, ZString& failure) {
+    TfErrorMark mark;
+    const bool saved = layer->Save();
+    if (saved && mark.IsClean()) return;
+    // The first error says what went wrong (no space left on the device); later ones are
+    // what it led to.
+    const std::string why = mark.IsClean() ? std::string() : mark.begin()->GetCommentary();
+    mark.Clear();
+    const std::string path = layer->GetRealPath();
+    std::remove(path.c_str());
+    failure = "cannot write " + path + (why.empty() ? "" : " (" + why + ")");
+}
+
+void reportFailure(const char* call, const ZString& failure) {
+    if (!failure.empty()) ZReport(std::string("Error@ZCurvesToUSD::") + call + "(): " + static_cast<const std::string&>(failure));
 }
 
 } // namespace
@@ -303,12 +327,13 @@ std::string ZCurvesToUSD::attributeFile(bool h) const {
 
 void ZCurvesToUSD::writeGeometryToUSD(float t, bool h, bool subFrame) {
     high = h;
-    SdfLayerRefPtr layer = findOrCreate(geometryFile(t, h, subFrame));
+    failure.clear();
+    SdfLayerRefPtr layer = findOrCreate(geometryFile(t, h, subFrame), failure);
     time = t;
     stage = layer;
     // A file that can be neither found nor made: nothing is written (the calls of USD's
     // stage would end the process on the null layer).
-    if (!layer) return;
+    if (!layer) return reportFailure("writeGeometryToUSD", failure);
     if (perFrameFiles) {
         layer->Clear();
         layer->SetStartTimeCode(double(time));
@@ -321,20 +346,23 @@ void ZCurvesToUSD::writeGeometryToUSD(float t, bool h, bool subFrame) {
         writeGeometryToFeather();
     else
         writeGeometryToCurve();
-    layer->Save();
+    saveWhole(layer, failure);
+    reportFailure("writeGeometryToUSD", failure);
 }
 
 void ZCurvesToUSD::writeAttributeToUSD(bool h) {
     high = h;
-    SdfLayerRefPtr layer = findOrCreate(attributeFile(h));
+    failure.clear();
+    SdfLayerRefPtr layer = findOrCreate(attributeFile(h), failure);
     stage = layer;
-    if (!layer) return;
+    if (!layer) return reportFailure("writeAttributeToUSD", failure);
     layer->Clear();
     if (featherMode)
         writeAttributeToFeather();
     else
         writeAttributeToCurve();
-    layer->Save();
+    saveWhole(layer, failure);
+    reportFailure("writeAttributeToUSD", failure);
 }
 
 // --------------------------------------------------------------------------------- curves

@@ -53,6 +53,11 @@ public:
     float endTime;
     float exportRatio;                 // divides the strand step; in (0, 1]
     pxr::SdfLayerRefPtr stage;         // the layer of the last call
+    // Why the last entry call wrote no file, empty when it wrote its file whole. A file the
+    // disk could not take whole (a full disk, a quota, an I/O error) is removed rather than
+    // left cut short under its name; the call reports "Error@ZCurvesToUSD::writeGeometryToUSD():
+    // cannot write PATH (why)" (or writeAttributeToUSD) through the message sink.
+    Ulmex::ZString failure;
 
     // Strings as documented, flags false; the fields a call reads that have no natural
     // default (bindingScheme, time, high, hasFrameRange, startTime, endTime,

@@ -37,6 +37,7 @@ class CacheDir:
     path: Path = field(init=False)
 
     _strands: int | None = field(init=False, default=None)
+    checked: int = field(init=False, default=0)  # frames the last check() looked at
 
     def __post_init__(self) -> None:
         self.path = self.root / self.name
@@ -192,11 +193,20 @@ class CacheDir:
             problems.append(FrameProblem(math.nan, str(e).split(": ", 1)[-1]))
         present = self.frames()
         wanted = present if frames is None else frames
+        if frames is None and present:
+            # A gap in the run of whole frames is a missing frame (sub-frames come on top).
+            whole = {f for f in present if f == int(f)}
+            if whole:
+                gaps = [float(f) for f in range(int(min(whole)), int(max(whole)) + 1) if f not in whole]
+                wanted = sorted(set(present) | set(gaps))
+        self.checked = len(wanted)
         has_xforms = any(self._frame_file(gc.CACHE_TRANSFORMS, f).is_file() for f in present)
         has_folds = any(self._frame_file(gc.CACHE_FOLDS, f).is_file() for f in present)
         for frame in wanted:
             try:
                 curves, follicles = self.read_frame(frame)
+                if not gc.isStrandsFrameWhole(str(self.path), frame):
+                    raise CacheError(f"frame {frame:g}: the curves file is cut short or has bytes behind its records")
                 self.box(frame)
                 n = follicles.numStrands()
                 if has_xforms:

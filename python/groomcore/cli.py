@@ -15,6 +15,7 @@ from __future__ import annotations
 
 import argparse
 import json
+import logging
 import math
 import sys
 import time
@@ -103,7 +104,7 @@ def cmd_check(args: argparse.Namespace) -> int:
     cache = CacheDir(Path(args.cache_dir), args.name)
     frames = [float(f) for f in frame_range(args.frames)] if args.frames else None
     problems = cache.check(frames)
-    checked = len(frames) if frames is not None else len(cache.frames())
+    checked = cache.checked
     for p in problems:
         where = "static" if math.isnan(p.frame) else f"frame {p.frame:g}"
         print(f"{where}: {p.problem}")
@@ -158,18 +159,32 @@ def _settings(args: argparse.Namespace) -> Any:
     cache = CacheDir(Path(args.cache_dir).absolute(), args.name)
     cache.require()
     return Settings(
-        str(cache.root), args.name, str(out_base), LEVELS[args.level], args.ratio, args.normals, args.feathers
+        str(cache.root),
+        args.name,
+        str(out_base),
+        LEVELS[args.level],
+        args.ratio,
+        args.normals,
+        args.feathers,
+        args.up_axis,
+        args.meters_per_unit,
     )
 
 
 def cmd_export(args: argparse.Namespace) -> int:
-    from .usdexport import assemble, frame_done, run_frames
+    from .usdexport import assemble, frame_done, other_settings, run_frames
 
     s = _settings(args)
     frames = frame_range(args.frames)
     todo = frame_range(args.chunk) if args.chunk else frames
     if not set(todo) <= set(frames):
         raise UsageError(f"--chunk {args.chunk} lies outside --frames {args.frames}")
+    mixed = other_settings(s, todo) if args.resume else []
+    if mixed:
+        raise CacheError(
+            f"--resume: {len(mixed)} frames ({compact_frames([float(f) for f in mixed])}) were exported to "
+            f"{args.out_base} with other settings; resume with those settings, or export without --resume"
+        )
     skipped = [f for f in todo if args.resume and frame_done(s, f)]
     todo = [f for f in todo if f not in skipped]
     if skipped:
@@ -310,6 +325,9 @@ def parser() -> argparse.ArgumentParser:
 
 
 def main(argv: list[str] | None = None) -> int:
+    # The library's report lines repeat what the command reports itself, in one line.
+    logging.getLogger("groomcore").addHandler(logging.NullHandler())
+    logging.getLogger("groomcore").propagate = False
     try:
         args = parser().parse_args(argv)
         return int(args.run(args))

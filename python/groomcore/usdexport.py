@@ -10,6 +10,7 @@ place when complete, so no half-written file ever stands under a final name.
 
 from __future__ import annotations
 
+import json
 import os
 import resource
 import shutil
@@ -35,6 +36,25 @@ class Settings:
     ratio: float = 1.0
     normals: bool = False
     feathers: bool = False
+    up_axis: str = "Y"
+    meters_per_unit: float = 0.01
+
+    def recorded(self) -> dict[str, Any]:
+        """What a frame's ledger records: every setting that shapes the shot's files."""
+        return {
+            "cache": str(Path(self.cache_root) / self.name),
+            "levels": [level_name(h) for h in self.levels],
+            "ratio": self.ratio,
+            "normals": self.normals,
+            "feathers": self.feathers,
+            "up_axis": self.up_axis,
+            "meters_per_unit": self.meters_per_unit,
+        }
+
+
+class WriteError(CacheError):
+    """A file the output could not take whole (a full disk, a quota, an I/O error): the run
+    stops, since every later frame would fail the same way."""
 
 
 def level_name(high: bool) -> str:
@@ -60,8 +80,59 @@ def asset_file(s: Settings, high: bool) -> Path:
     return Path(f"{s.out_base}.{level_name(high)}.usda")
 
 
+# A frame's ledger: written after its files are published, it records their sizes and the
+# settings they were exported with. Only a frame whose ledger matches its files is trusted
+# by --resume and by the assembly.
+LEDGERS = ".groomcore-frames"
+
+
+def _ledger(s: Settings, frame: int) -> Path:
+    base = Path(s.out_base)
+    return base.parent / LEDGERS / f"{base.name}.{frame}.json"
+
+
+def _read_ledger(s: Settings, frame: int) -> dict[str, Any] | None:
+    try:
+        record = json.loads(_ledger(s, frame).read_text())
+    except (OSError, ValueError):
+        return None
+    return record if isinstance(record, dict) else None
+
+
+def _write_ledger(s: Settings, frame: int) -> None:
+    files = {geometry_file(s, frame, h).name: geometry_file(s, frame, h).stat().st_size for h in s.levels}
+    path = _ledger(s, frame)
+    path.parent.mkdir(parents=True, exist_ok=True)
+    staged = path.with_name(f".{path.name}.{os.getpid()}")
+    try:
+        staged.write_text(json.dumps({"settings": s.recorded(), "files": files}))
+        os.replace(staged, path)
+    except OSError as e:
+        staged.unlink(missing_ok=True)
+        raise WriteError(f"frame {frame}: cannot record it ({e.strerror or e})") from None
+
+
 def frame_done(s: Settings, frame: int) -> bool:
-    return all(geometry_file(s, frame, h).is_file() for h in s.levels)
+    """The frame's files are all there, whole, exported with these settings."""
+    record = _read_ledger(s, frame)
+    if record is None or record.get("settings") != s.recorded():
+        return False
+    files = record.get("files")
+    for high in s.levels:
+        f = geometry_file(s, frame, high)
+        if not isinstance(files, dict) or not f.is_file() or files.get(f.name) != f.stat().st_size:
+            return False
+    return True
+
+
+def other_settings(s: Settings, frames: Sequence[int]) -> list[int]:
+    """Frames already exported into OUT_BASE with settings other than these."""
+    out = []
+    for frame in frames:
+        record = _read_ledger(s, frame)
+        if record is not None and record.get("settings") != s.recorded():
+            out.append(frame)
+    return out
 
 
 # Static data each process reads once per cache: feathers and the binding scheme.
@@ -110,6 +181,14 @@ def _stage_dir(s: Settings, what: str) -> Path:
     return d
 
 
+def _why(e: OSError) -> str:
+    """What went wrong, without the staging folder's path: "no space left on device"."""
+    text = str(e)
+    if text.endswith(")") and " (" in text:
+        text = text[text.rindex(" (") + 2 : -1]
+    return e.strerror or text
+
+
 def export_frame(s: Settings, frame: int) -> dict[str, Any]:
     """Exports one frame at every level; returns its timing and peak memory."""
     t0 = time.perf_counter()
@@ -119,8 +198,16 @@ def export_frame(s: Settings, frame: int) -> dict[str, Any]:
         for high in s.levels:
             x.writeGeometryToUSD(frame, high, False)
         del x
+        _ledger(s, frame).unlink(missing_ok=True)  # not whole until every level is in place
         for high in s.levels:
             _publish(stage / geometry_file(s, frame, high).name, geometry_file(s, frame, high))
+        _write_ledger(s, frame)
+    except OSError as e:
+        where = Path(s.out_base).parent
+        raise WriteError(
+            f"frame {frame}: cannot write to {where}: {_why(e)}; the frames before it are whole, "
+            "rerun with --resume once there is room"
+        ) from None
     finally:
         shutil.rmtree(stage, ignore_errors=True)
         _remove_partial_if_empty(s)
@@ -140,6 +227,8 @@ def _run_serial(s: Settings, frames: Sequence[int], report: Report) -> None:
     for frame in frames:
         try:
             report(frame, export_frame(s, frame), "")
+        except WriteError:
+            raise
         except CacheError as e:
             report(frame, None, str(e))
 
@@ -171,6 +260,9 @@ def _run_dask(s: Settings, frames: Sequence[int], workers: int, scheduler: str, 
             frame = index[future.key]
             try:
                 report(frame, future.result(), "")
+            except WriteError:
+                client.cancel(futures)
+                raise
             except CacheError as e:
                 report(frame, None, str(e))
             except Exception as e:  # a worker lost more often than retries allow
@@ -260,7 +352,8 @@ def stitch_shot_assets(s: Settings, frames: Sequence[int], up_axis: str, meters_
             result.pseudoRoot.SetInfo("upAxis", up_axis)
             result.pseudoRoot.SetInfo("metersPerUnit", meters_per_unit)
             result.defaultPrim = attributes.defaultPrim
-            result.Save()
+            if not result.Save():
+                raise WriteError(f"cannot write {final.name}")
             side_files = (UsdUtils.GenerateClipTopologyName(final.name), UsdUtils.GenerateClipManifestName(final.name))
             for name in (*side_files, final.name):
                 if (stage / name).exists():
@@ -274,12 +367,23 @@ def stitch_shot_assets(s: Settings, frames: Sequence[int], up_axis: str, meters_
 
 def assemble(s: Settings, frames: Sequence[int], up_axis: str, meters_per_unit: float) -> list[Path]:
     """The attribute files and the shot assets of a shot whose every frame is exported."""
+    mixed = other_settings(s, frames)
+    if mixed:
+        raise CacheError(f"{len(mixed)} frames were exported with other settings: {_shown(mixed)}")
     missing = [f for f in frames if not frame_done(s, f)]
     if missing:
-        shown = ", ".join(str(f) for f in missing[:10]) + (" ..." if len(missing) > 10 else "")
-        raise CacheError(f"{len(missing)} frames are not exported yet: {shown}")
-    write_attribute_files(s, frames[0])
-    return stitch_shot_assets(s, frames, up_axis, meters_per_unit)
+        raise CacheError(f"{len(missing)} frames are not exported yet: {_shown(missing)}")
+    try:
+        write_attribute_files(s, frames[0])
+        return stitch_shot_assets(s, frames, up_axis, meters_per_unit)
+    except OSError as e:
+        raise WriteError(f"shot asset: {_why(e)}") from None
+    except RuntimeError as e:  # usd-core's errors (pxr.Tf.ErrorException)
+        raise WriteError(f"shot asset: {str(e).strip().splitlines()[-1].strip()}") from None
+
+
+def _shown(frames: Sequence[int]) -> str:
+    return ", ".join(str(f) for f in frames[:10]) + (" ..." if len(frames) > 10 else "")
 
 
 def _remove_partial_if_empty(s: Settings) -> None:

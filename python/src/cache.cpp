@@ -160,6 +160,13 @@ void bindCache(nb::module_& m) {
         nb::arg("cacheDirectory"), nb::arg("frame"), nb::arg("curves"), nb::arg("follicles"), doc("readStrandsData"));
 
     m.def(
+        "isStrandsFrameWhole",
+        [](const ZString& dir, float frame) {
+            const Unlocked unlocked("isStrandsFrameWhole", {});
+            return isStrandsFrameWhole(dir, frame);
+        },
+        nb::arg("cacheDirectory"), nb::arg("frame"), doc("isStrandsFrameWhole"));
+    m.def(
         "readCacheFrames",
         [](const ZString& dir) -> std::optional<std::vector<float>> {
             std::vector<float> frames;

@@ -265,6 +265,8 @@ void arrayField(Cls& cls, const char* name, Ulmex::ZArray<T> C::*m, const char* 
 }
 
 // --------------------------------------------------------------------------- files
+// Raises OSError "what: why".
+[[noreturn]] void raiseOSError(const char* what, const std::string& why);
 // Opens a file for a record writer or reader; OSError with the path when it cannot.
 std::ofstream openOut(const Ulmex::ZString& path);
 std::ifstream openIn(const Ulmex::ZString& path);

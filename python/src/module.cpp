@@ -133,6 +133,11 @@ std::ofstream openOut(const Ulmex::ZString& path) {
     return f;
 }
 
+[[noreturn]] void raiseOSError(const char* what, const std::string& why) {
+    PyErr_SetString(PyExc_OSError, (std::string(what) + ": " + why).c_str());
+    throw nb::python_error();
+}
+
 std::ifstream openIn(const Ulmex::ZString& path) {
     std::ifstream f(path, std::ios::binary);
     if (!f) {

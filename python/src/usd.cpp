@@ -108,8 +108,11 @@ void bindUsd(nb::module_& m) {
                 takeTransforms(self, x, t);
                 checkExport(x, "writeGeometryToUSD", x.featherMode);
                 loadPluginsApartFromPython();
-                const Unlocked unlocked("writeGeometryToUSD", hostUses(x, true));
-                x.writeGeometryToUSD(time, high, subFrame);
+                {
+                    const Unlocked unlocked("writeGeometryToUSD", hostUses(x, true));
+                    x.writeGeometryToUSD(time, high, subFrame);
+                }
+                if (!x.failure.empty()) raiseOSError("writeGeometryToUSD", x.failure);
             },
             nb::arg("time"), nb::arg("high"), nb::arg("subFrame"), doc("ZCurvesToUSD.writeGeometryToUSD"))
         .def(
@@ -120,8 +123,11 @@ void bindUsd(nb::module_& m) {
                 takeTransforms(self, x, t);
                 checkExport(x, "writeAttributeToUSD", x.featherMode);
                 loadPluginsApartFromPython();
-                const Unlocked unlocked("writeAttributeToUSD", hostUses(x, true));
-                x.writeAttributeToUSD(high);
+                {
+                    const Unlocked unlocked("writeAttributeToUSD", hostUses(x, true));
+                    x.writeAttributeToUSD(high);
+                }
+                if (!x.failure.empty()) raiseOSError("writeAttributeToUSD", x.failure);
             },
             nb::arg("high"), doc("ZCurvesToUSD.writeAttributeToUSD"))
         .def("geometryFile", &X::geometryFile, nb::arg("time"), nb::arg("high"), nb::arg("subFrame"),

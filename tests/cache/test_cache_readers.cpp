@@ -338,6 +338,22 @@ TEST(CacheReaders, FramesReadBackBitForBitInAnyOrder) {
         EXPECT_EQ(frameBytes(curves, follicles), bytes) << f;
     }
 
+    // Whole frames are told from frames cut short (which the reader pads with zeros) or
+    // with bytes behind their records.
+    for (int f : frames) EXPECT_TRUE(isStrandsFrameWhole(dir, static_cast<float>(f))) << f;
+    {
+        const std::string path = dir + "/curves_p2";
+        const std::vector<char> good = testutil::readBytes(path);
+        testutil::writeBytes(path, std::vector<char>(good.begin(), good.end() - 1));
+        EXPECT_FALSE(isStrandsFrameWhole(dir, 2.f));
+        std::vector<char> longer = good;
+        longer.push_back('\0');
+        testutil::writeBytes(path, longer);
+        EXPECT_FALSE(isStrandsFrameWhole(dir, 2.f));
+        testutil::writeBytes(path, good);
+        EXPECT_FALSE(isStrandsFrameWhole(dir, 3.f));  // no such frame
+    }
+
     // Frame 0: written as p0, looked for as z0.
     groom.setFrame(0.f);
     ASSERT_TRUE(c.bakePerFrameData(tmp.path(), 0.f));

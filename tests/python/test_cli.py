@@ -10,6 +10,7 @@ import os
 import shutil
 import subprocess
 import sys
+from collections.abc import Iterator
 from pathlib import Path
 
 import numpy as np
@@ -63,6 +64,9 @@ def test_check_names_every_fault(cache: Path, tmp_path: Path) -> None:
     shutil.copytree(cache / "hair", bad)
     curves = bad / "curves_p1005"
     curves.write_bytes(curves.read_bytes()[: curves.stat().st_size // 2])  # truncated frame
+    for frame, cut in ((1002, 1), (1003, 16 * 1024)):  # cut short by what the reader pads with zeros
+        curves = bad / f"curves_p{frame}"
+        curves.write_bytes(curves.read_bytes()[:-cut])
     (bad / "curves_p1010").unlink()  # missing frame
     (bad / "folds_p1012").write_bytes(b"\x05\x00")  # damaged folds
     (bad / "info").write_bytes(os.urandom(300))  # garbage info
@@ -73,7 +77,15 @@ def test_check_names_every_fault(cache: Path, tmp_path: Path) -> None:
     assert any(line.startswith("frame 1005: ") for line in lines), lines
     assert "frame 1010: missing (no curves_p1010)" in lines
     assert "frame 1012: the folds are damaged" in lines
-    assert lines[-1].endswith("24 frames checked, 3 missing or damaged, 1 problems in the static files")
+    assert "frame 1002: the curves file is cut short or has bytes behind its records" in lines
+    assert any(line.startswith("frame 1003: ") for line in lines), lines
+    assert lines[-1].endswith("24 frames checked, 5 missing or damaged, 1 problems in the static files")
+    # Without --frames, a gap in the sequence is a missing frame too.
+    done = run("check", tmp_path, "hair")
+    assert "frame 1010: missing (no curves_p1010)" in done.stdout.splitlines()
+    assert done.stdout.splitlines()[-1].endswith(
+        "24 frames checked, 5 missing or damaged, 1 problems in the static files"
+    )
 
     (tmp_path / "empty").mkdir()
     done = run("check", tmp_path, "empty")
@@ -180,6 +192,48 @@ def test_workers_chunks_crashes_and_resume_give_the_serial_files(cache: Path, tm
     done = run("export-usd", cache, "hair", tmp_path / "resumed" / "hair", *common, "--resume")
     assert done.returncode == 0 and "resuming: 5 frames already exported" in done.stdout
     assert tree(tmp_path / "resumed") == expected
+
+
+@pytest.fixture
+def small_disk(tmp_path: Path) -> Iterator[Path]:
+    """A tmpfs of 512 KiB the test mounts (the tests run as root; skipped where they cannot)."""
+    mount = tmp_path / "disk"
+    mount.mkdir()
+    if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=512k", "tmpfs", mount], capture_output=True).returncode:
+        pytest.skip("cannot mount a tmpfs here")
+    try:
+        yield mount
+    finally:
+        subprocess.run(["umount", "-l", mount], capture_output=True)
+
+
+def test_a_full_disk_publishes_no_broken_frame_and_resume_finishes_the_shot(
+    cache: Path, tmp_path: Path, small_disk: Path
+) -> None:
+    common = ["--frames", "1001-1024", "--level", "high", "--quiet"]
+    assert run("export-usd", cache, "hair", tmp_path / "serial" / "hair", *common).returncode == 0
+    expected = tree(tmp_path / "serial")
+    frame_bytes = len(expected["hair.high_geom.1001.usd"])
+    assert 24 * frame_bytes > 512 * 1024  # the shot does not fit
+
+    done = run("export-usd", cache, "hair", small_disk / "hair", *common)
+    assert done.returncode == 1 and done.stderr.count("\n") == 1, done.stderr
+    assert "No space left on device" in done.stderr and "rerun with --resume" in done.stderr
+    published = tree(small_disk)
+    assert published and not (small_disk / ".groomcore-partial").exists()
+    assert all(published[name] == expected[name] for name in published)  # whole, or not there
+
+    # Cut one published frame short as a killed copy would: --resume must not trust it.
+    victim = sorted(published)[0]
+    (small_disk / victim).write_bytes(published[victim][:100])
+    subprocess.run(["mount", "-o", "remount,size=64m", small_disk], check=True)
+    done = run("export-usd", cache, "hair", small_disk / "hair", *common, "--resume")
+    assert done.returncode == 0, done.stderr
+    assert tree(small_disk) == expected
+
+    # Frames of other settings are not mixed into one shot.
+    done = run("export-usd", cache, "hair", small_disk / "hair", *common, "--resume", "--ratio", "0.5")
+    assert done.returncode == 1 and done.stderr.count("\n") == 1 and "other settings" in done.stderr
 
 
 def test_export_faults_are_reported(cache: Path, tmp_path: Path) -> None:

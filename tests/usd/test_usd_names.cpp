@@ -86,6 +86,20 @@ TEST(UsdExport, PerFrameFileNames) {
     EXPECT_EQ(x.attributeFile(false), tmp.file("hair.low_fur.usda"));
     EXPECT_EQ(x.stage->GetRealPath(), x.geometryFile(3.f, false, false));
     EXPECT_EQ(x.geometryFile(3.f, false, false), x.attributeFile(false));
+    EXPECT_TRUE(x.failure.empty());
+
+    // A file that cannot be made: no file, the reason in `failure`, one report line.
+    testutil::writeBytes(tmp.file("blocker"), {'x'});  // a file where the folder would be
+    x.basePath = tmp.file("blocker/hair");
+    std::vector<std::string> lines;
+    ZSetMessageSink([](const std::string& line, void* to) { static_cast<std::vector<std::string>*>(to)->push_back(line); },
+                    &lines);
+    x.writeGeometryToUSD(4.f, true, false);
+    ZSetMessageSink(nullptr, nullptr);
+    EXPECT_NE(x.failure.find("cannot create " + tmp.file("blocker/hair.high_fur.usda")), std::string::npos) << x.failure;
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].rfind("Error@ZCurvesToUSD::writeGeometryToUSD(): cannot create ", 0), 0u) << lines[0];
+    EXPECT_EQ(testutil::readBytes(tmp.file("blocker")), std::vector<char>{'x'});
 }
 
 // Names a DCC gives that are no USD identifiers (a duplicate's "fur.001", spaces, a leading
