@@ -17,12 +17,15 @@ import argparse
 import json
 import logging
 import math
+import os
+import signal
 import sys
 import time
 from pathlib import Path
 from typing import Any
 
 from .cachefiles import CacheDir, CacheError, FrameProblem
+from .usdexport import DEFAULT_TIMEOUT
 
 PROG = "groomcore"
 
@@ -82,6 +85,7 @@ def compact_frames(frames: list[float]) -> str:
 def cmd_info(args: argparse.Namespace) -> int:
     summary = CacheDir(Path(args.cache_dir), args.name).summary()
     if args.json:
+        summary["frames"] = [_number(f) for f in summary["frames"]]
         print(json.dumps(summary, indent=2))
         return 0
     info = summary["info"]
@@ -100,11 +104,25 @@ def cmd_info(args: argparse.Namespace) -> int:
     return 0
 
 
+def _number(frame: float) -> float | int:
+    """A frame for JSON: an integer where it is whole (1001, not 1001.0)."""
+    return int(frame) if frame == int(frame) else frame
+
+
 def cmd_check(args: argparse.Namespace) -> int:
     cache = CacheDir(Path(args.cache_dir), args.name)
     frames = [float(f) for f in frame_range(args.frames)] if args.frames else None
     problems = cache.check(frames)
     checked = cache.checked
+    if args.json:
+        report = {
+            "cache": str(cache.path),
+            "checked": checked,
+            "static": [p.problem for p in problems if math.isnan(p.frame)],
+            "frames": [{"frame": _number(p.frame), "problem": p.problem} for p in problems if not math.isnan(p.frame)],
+        }
+        print(json.dumps(report, indent=2))
+        return 1 if problems else 0
     for p in problems:
         where = "static" if math.isnan(p.frame) else f"frame {p.frame:g}"
         print(f"{where}: {p.problem}")
@@ -147,6 +165,10 @@ def _settings(args: argparse.Namespace) -> Any:
         raise UsageError(f"--meters-per-unit {args.meters_per_unit}: must be a positive number")
     if getattr(args, "workers", 0) < 0:
         raise UsageError(f"--workers {args.workers}: must be 0 (this process) or more")
+    if getattr(args, "workers", 0) and getattr(args, "scheduler", None):
+        raise UsageError("--workers and --scheduler: give one (a local cluster of N workers, or an existing one)")
+    if not (math.isfinite(getattr(args, "timeout", 1.0)) and getattr(args, "timeout", 1.0) > 0):
+        raise UsageError(f"--timeout {args.timeout}: must be a positive number of seconds")
     out_base = Path(args.out_base).absolute()
     out_dir = out_base.parent
     try:
@@ -189,6 +211,8 @@ def cmd_export(args: argparse.Namespace) -> int:
     todo = [f for f in todo if f not in skipped]
     if skipped:
         print(f"resuming: {len(skipped)} frames already exported")
+    if args.workers or args.scheduler:
+        _silence_dask()
     t0 = time.perf_counter()
     results, failed = run_frames(
         s,
@@ -197,6 +221,7 @@ def cmd_export(args: argparse.Namespace) -> int:
         scheduler=args.scheduler or "",
         progress=not args.quiet,
         on_error=lambda f, why: print(f"frame {f}: {why}", file=sys.stderr),
+        timeout=args.timeout,
     )
     seconds = time.perf_counter() - t0
     print(
@@ -217,6 +242,16 @@ def cmd_export(args: argparse.Namespace) -> int:
     return 0
 
 
+def _silence_dask() -> None:
+    """Dask's loggers, which it configures when imported, say in tracebacks what the command
+    says in one line (a lost scheduler, an interrupted run)."""
+    import distributed  # noqa: F401  (sets up its loggers)
+
+    for name in list(logging.root.manager.loggerDict):
+        if name.split(".")[0] in ("distributed", "tornado", "asyncio"):
+            logging.getLogger(name).setLevel(logging.CRITICAL + 1)
+
+
 def cmd_assemble(args: argparse.Namespace) -> int:
     from .usdexport import assemble
 
@@ -229,6 +264,33 @@ def cmd_assemble(args: argparse.Namespace) -> int:
 # ------------------------------------------------------------------------- parser
 
 
+def _version() -> str:
+    from importlib.metadata import PackageNotFoundError, version
+
+    try:
+        return version("groomcore")
+    except PackageNotFoundError:
+        return "unknown"
+
+
+# Options that take a frame range, which may start with a minus sign ("-5--1").
+RANGE_OPTIONS = ("--frames", "--chunk")
+
+
+def _joined_ranges(argv: list[str]) -> list[str]:
+    """--frames -5--1 as --frames=-5--1, so that argparse does not take the range for an option."""
+    out: list[str] = []
+    i = 0
+    while i < len(argv):
+        if argv[i] in RANGE_OPTIONS and i + 1 < len(argv) and argv[i + 1][:1] == "-" and argv[i + 1][1:2].isdigit():
+            out.append(f"{argv[i]}={argv[i + 1]}")
+            i += 2
+            continue
+        out.append(argv[i])
+        i += 1
+    return out
+
+
 class Parser(argparse.ArgumentParser):
     def error(self, message: str) -> Any:
         raise UsageError(f"{self.prog}: {message}")
@@ -236,6 +298,7 @@ class Parser(argparse.ArgumentParser):
 
 def parser() -> argparse.ArgumentParser:
     p = Parser(prog=PROG, description=__doc__.split("\n\n")[0].replace("\n", " "))
+    p.add_argument("--version", action="version", version=f"{PROG} {_version()}")
     sub = p.add_subparsers(dest="command", required=True, parser_class=Parser)
 
     def cache_args(q: argparse.ArgumentParser) -> None:
@@ -261,6 +324,7 @@ def parser() -> argparse.ArgumentParser:
     )
     cache_args(q)
     q.add_argument("--frames", metavar="A-B", help="frames to check (default: every frame present)")
+    q.add_argument("--json", action="store_true", help="print the findings as JSON")
     q.set_defaults(run=cmd_check)
 
     q = sub.add_parser(
@@ -311,7 +375,15 @@ def parser() -> argparse.ArgumentParser:
     q.add_argument("--scheduler", metavar="ADDRESS", help="run the frames on an existing Dask cluster")
     q.add_argument("--chunk", metavar="A-B", help="export these frames only and no shot asset (see assemble)")
     q.add_argument("--resume", action="store_true", help="skip frames whose files are complete")
-    q.add_argument("--quiet", action="store_true", help="no progress bar")
+    q.add_argument("--quiet", action="store_true", help="no progress report")
+    q.add_argument(
+        "--timeout",
+        type=float,
+        default=DEFAULT_TIMEOUT,
+        metavar="SECONDS",
+        help="with Dask: give up when no worker joins, or no frame finishes, for this long "
+        f"(default {DEFAULT_TIMEOUT:g})",
+    )
     q.set_defaults(run=cmd_export)
 
     q = sub.add_parser(
@@ -324,22 +396,47 @@ def parser() -> argparse.ArgumentParser:
     return p
 
 
+class Terminated(KeyboardInterrupt):
+    """SIGTERM, what a farm sends to stop a job: handled as an interrupt."""
+
+
+def _terminate(signum: int, frame: Any) -> None:
+    raise Terminated()
+
+
 def main(argv: list[str] | None = None) -> int:
-    # The library's report lines repeat what the command reports itself, in one line.
-    logging.getLogger("groomcore").addHandler(logging.NullHandler())
-    logging.getLogger("groomcore").propagate = False
+    # The library's report lines repeat what the command reports itself, in one line, and
+    # Dask's own logging would add tracebacks of its threads to an interrupted run.
+    for name in ("groomcore", "distributed", "tornado", "asyncio"):
+        logging.getLogger(name).addHandler(logging.NullHandler())
+        logging.getLogger(name).propagate = False
+    signal.signal(signal.SIGTERM, _terminate)
     try:
-        args = parser().parse_args(argv)
-        return int(args.run(args))
+        args = parser().parse_args(_joined_ranges(sys.argv[1:] if argv is None else argv))
+        status = int(args.run(args))
+        sys.stdout.flush()  # here, where a reader gone away is caught, not at exit
+        return status
     except UsageError as e:
         print(f"{e}" if str(e).startswith(PROG) else f"{PROG}: {e}", file=sys.stderr)
         return 2
     except (CacheError, OSError) as e:
+        if isinstance(e, BrokenPipeError):
+            return _broken_pipe()
         print(f"{PROG}: error: {e}", file=sys.stderr)
         return 1
-    except KeyboardInterrupt:
-        print(f"{PROG}: interrupted; finished frames are in place, rerun with --resume", file=sys.stderr)
-        return 130
+    except KeyboardInterrupt as e:
+        signal.signal(signal.SIGTERM, signal.SIG_IGN)
+        what = "terminated" if isinstance(e, Terminated) else "interrupted"
+        print(f"{PROG}: {what}; finished frames are in place, rerun with --resume", file=sys.stderr)
+        return 143 if isinstance(e, Terminated) else 130
+
+
+def _broken_pipe() -> int:
+    """The reader of standard output went away (`groomcore info ... | head`): end quietly,
+    as a Unix tool killed by SIGPIPE does."""
+    devnull = os.open(os.devnull, os.O_WRONLY)
+    os.dup2(devnull, sys.stdout.fileno())
+    return 141
 
 
 __all__ = ["FrameProblem", "main"]

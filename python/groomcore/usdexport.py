@@ -14,6 +14,8 @@ import json
 import os
 import resource
 import shutil
+import socket
+import sys
 import time
 from collections.abc import Callable, Sequence
 from dataclasses import dataclass
@@ -176,9 +178,31 @@ def _publish(staged: Path, final: Path) -> None:
 
 
 def _stage_dir(s: Settings, what: str) -> Path:
-    d = Path(s.out_base).parent / PARTIAL / f"{what}.{os.getpid()}.{time.monotonic_ns()}"
+    d = Path(s.out_base).parent / PARTIAL / f"{what}.{socket.gethostname()}.{os.getpid()}.{time.monotonic_ns()}"
     d.mkdir(parents=True, exist_ok=False)
     return d
+
+
+def _clean_stale_stages(s: Settings) -> None:
+    """Removes what killed processes of this machine left staged (their process is gone);
+    a staging folder of another machine, or of a process still running, stays."""
+    here = socket.gethostname()
+    try:
+        staged = list((Path(s.out_base).parent / PARTIAL).iterdir())
+    except OSError:
+        return
+    for d in staged:
+        parts = d.name.split(".")
+        if len(parts) < 4 or ".".join(parts[1:-2]) != here or not parts[-2].isdigit():
+            continue
+        try:
+            os.kill(int(parts[-2]), 0)
+            continue  # still running
+        except ProcessLookupError:
+            shutil.rmtree(d, ignore_errors=True)
+        except OSError:
+            continue
+    _remove_partial_if_empty(s)
 
 
 def _why(e: OSError) -> str:
@@ -233,44 +257,111 @@ def _run_serial(s: Settings, frames: Sequence[int], report: Report) -> None:
             report(frame, None, str(e))
 
 
-def _run_dask(s: Settings, frames: Sequence[int], workers: int, scheduler: str, report: Report) -> None:
-    """The frames on the Dask cluster at `scheduler`, or on a local one of `workers`
-    processes, each frame a task (retried on a lost worker), reported as they finish."""
-    from dask.distributed import Client, LocalCluster, as_completed
+# Seconds between two progress lines when standard error is no terminal.
+LOG_EVERY = 10.0
 
+# How often a Dask run looks at its connection, and how long a scheduler may stay
+# unreachable before the run gives up on it.
+POLL = 1.0
+LOST_AFTER = 30.0
+
+# How long a Dask run waits for a worker to join, and for the next frame to finish, before
+# it gives up on the cluster (a frozen worker, a scheduler without workers).
+DEFAULT_TIMEOUT = 600.0
+
+
+class ClusterError(CacheError):
+    """The Dask cluster went away or stopped making progress; finished frames stay."""
+
+
+def _run_dask(s: Settings, frames: Sequence[int], workers: int, scheduler: str, report: Report, timeout: float) -> None:
+    """The frames on the Dask cluster at `scheduler`, or on a local one of `workers`
+    processes, each frame a task (retried on a lost worker), reported as they finish. A
+    cluster that has no worker, that finishes no frame for `timeout` seconds or that goes
+    away ends the run with ClusterError; the frames finished before stay."""
+    from dask.distributed import Client, LocalCluster, wait
+
+    where = scheduler or "the local cluster"
     cluster = None
-    if scheduler:
-        client = Client(scheduler)
-    else:
-        # One frame at a time per worker process, and one OpenMP thread in it: the
-        # processes are the parallelism, and N of them fill N cores.
-        cluster = LocalCluster(
-            n_workers=workers,
-            threads_per_worker=1,
-            processes=True,
-            dashboard_address=None,
-            silence_logs=40,
-            env={"OMP_NUM_THREADS": "1"},
-        )
-        client = Client(cluster)
+    client = None
+    futures: list[Any] = []
     try:
+        if scheduler:
+            client = Client(scheduler, timeout=f"{timeout}s")
+        else:
+            # One frame at a time per worker process, and one OpenMP thread in it: the
+            # processes are the parallelism, and N of them fill N cores. No dashboard, and
+            # ports chosen by the system, so no "port in use" warning.
+            cluster = LocalCluster(
+                n_workers=workers,
+                threads_per_worker=1,
+                processes=True,
+                dashboard_address=None,
+                scheduler_port=0,
+                silence_logs=50,
+                env={"OMP_NUM_THREADS": "1"},
+            )
+            client = Client(cluster)
+        try:
+            client.wait_for_workers(1, timeout=timeout)
+        except TimeoutError:
+            raise ClusterError(f"no Dask worker joined {where} in {timeout:g} s") from None
         futures = client.map(export_frame, [s] * len(frames), list(frames), pure=False, retries=2)
         index = {f.key: frame for f, frame in zip(futures, frames, strict=True)}
-        for future in as_completed(futures):
-            frame = index[future.key]
+        pending = set(futures)
+        progress = disconnected = time.monotonic()
+        while pending:
+            # Progress, not the whole run, is timed; the connection is looked at every
+            # POLL seconds, and a scheduler unreachable for as long as the timeout (at most
+            # LOST_AFTER) is lost.
             try:
-                report(frame, future.result(), "")
-            except WriteError:
-                client.cancel(futures)
-                raise
-            except CacheError as e:
-                report(frame, None, str(e))
-            except Exception as e:  # a worker lost more often than retries allow
-                report(frame, None, f"{type(e).__name__}: {e}")
+                finished, pending = wait(pending, timeout=min(POLL, timeout), return_when="FIRST_COMPLETED")
+            except TimeoutError:
+                finished = set()
+            now = time.monotonic()
+            if client.status == "running":
+                disconnected = now
+            elif now - disconnected >= min(timeout, LOST_AFTER):
+                raise ClusterError(f"lost {where}; finished frames are in place, rerun with --resume")
+            if finished:
+                progress = now
+            elif now - progress >= timeout:
+                raise ClusterError(
+                    f"no frame finished on {where} in {timeout:g} s (a frozen worker?); finished frames are in "
+                    "place, rerun with --resume"
+                )
+            for future in sorted(finished, key=lambda f: index[f.key]):
+                frame = index[future.key]
+                try:
+                    report(frame, future.result(), "")
+                except WriteError:
+                    raise
+                except CacheError as e:
+                    report(frame, None, str(e))
+                except Exception as e:  # a worker lost more often than retries allow
+                    report(frame, None, f"{type(e).__name__}: {e}")
+    except (CacheError, KeyboardInterrupt):
+        raise
+    except Exception as e:  # the scheduler or the connection to it went away
+        raise ClusterError(
+            f"lost {where} ({type(e).__name__}); finished frames are in place, rerun with --resume"
+        ) from None
     finally:
-        client.close()
-        if cluster is not None:
-            cluster.close()
+        _close_quietly(client, cluster, futures)
+
+
+def _close_quietly(client: Any, cluster: Any, futures: list[Any]) -> None:
+    """Cancels what is still queued and closes the client and a local cluster, whatever state
+    they are in: a run that ends early (an error, an interrupt) ends in one line."""
+    for step in (
+        lambda: client.cancel(futures) if client is not None and futures else None,
+        lambda: client.close(timeout=10) if client is not None else None,
+        lambda: cluster.close(timeout=10) if cluster is not None else None,
+    ):
+        try:
+            step()
+        except BaseException:  # noqa: BLE001  (closing must not raise over what ended the run)
+            pass
 
 
 def run_frames(
@@ -280,6 +371,7 @@ def run_frames(
     scheduler: str = "",
     progress: bool = True,
     on_error: Callable[[int, str], None] | None = None,
+    timeout: float = DEFAULT_TIMEOUT,
 ) -> tuple[list[dict[str, Any]], dict[int, str]]:
     """Exports the frames serially, on a local Dask cluster of `workers` processes, or on the
     cluster at `scheduler`. Returns the frames' reports and the frames that failed, with why."""
@@ -287,9 +379,13 @@ def run_frames(
 
     results: list[dict[str, Any]] = []
     failed: dict[int, str] = {}
-    bar = tqdm(total=len(frames), unit="frame", disable=not progress or None, dynamic_ncols=True)
+    # A bar on a terminal; elsewhere (a farm's log) a line every LOG_EVERY seconds and at the end.
+    terminal = sys.stderr.isatty()
+    bar = tqdm(total=len(frames), unit="frame", disable=not (progress and terminal), dynamic_ncols=True)
+    t0 = last = time.monotonic()
 
     def report(frame: int, result: dict[str, Any] | None, why: str) -> None:
+        nonlocal last
         if result is not None:
             results.append(result)
         else:
@@ -297,10 +393,21 @@ def run_frames(
             if on_error:
                 on_error(frame, why)
         bar.update()
+        now = time.monotonic()
+        finished = len(results) + len(failed)
+        if progress and not terminal and (now - last >= LOG_EVERY or finished == len(frames)):
+            last = now
+            print(
+                f"{time.strftime('%Y-%m-%d %H:%M:%S')} groomcore: {finished} of {len(frames)} frames done "
+                f"({len(failed)} failed) in {now - t0:.0f} s",
+                file=sys.stderr,
+                flush=True,
+            )
 
     try:
+        _clean_stale_stages(s)
         if workers or scheduler:
-            _run_dask(s, frames, workers, scheduler, report)
+            _run_dask(s, frames, workers, scheduler, report, timeout)
         else:
             _run_serial(s, frames, report)
     finally:

@@ -36,6 +36,13 @@ def cache(tmp_path_factory: pytest.TempPathFactory, root: Path) -> Path:
     return out
 
 
+def frozen_at(frame: int) -> dict[str, str]:
+    """The environment under which every process about to publish `frame` stops for good."""
+    env = killed_at(0, Path("/nonexistent"))
+    del env["GROOMCORE_TEST_KILL_AT"]
+    return {**env, "GROOMCORE_TEST_FREEZE_AT": str(frame)}
+
+
 def killed_at(frame: int, marker: Path) -> dict[str, str]:
     """The environment under which the first process to publish `frame` dies (see
     killer/sitecustomize.py), leaving `marker`."""
@@ -57,6 +64,22 @@ def test_info_and_check_on_a_good_cache(cache: Path) -> None:
     assert report["info"]["FeatherCount"] == "2" and report["frame_count"] == 24 and report["bytes"] > 0
     done = run("check", cache, "hair")
     assert done.returncode == 0 and "24 frames checked, 0 missing or damaged" in done.stdout
+    assert json.loads(run("check", cache, "hair", "--json").stdout) == {
+        "cache": str(cache / "hair"),
+        "checked": 24,
+        "static": [],
+        "frames": [],
+    }
+    assert report["frames"][:2] == [1001, 1002] and isinstance(report["frames"][0], int)
+    assert run("--version").stdout.startswith("groomcore ")
+    done = run("check", cache, "hair", "--frames", "-3--1")  # a negative range without the = trick
+    assert done.returncode == 1 and "3 frames checked, 3 missing or damaged" in done.stdout
+    # A reader that goes away: no traceback, the status of a tool ended by SIGPIPE.
+    reader = subprocess.Popen([*GROOMCORE, "info", cache, "hair", "--json"], stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE)  # fmt: skip
+    assert reader.stdout is not None
+    reader.stdout.close()
+    assert reader.wait() == 141 and reader.stderr is not None and reader.stderr.read() == b""
 
 
 def test_check_names_every_fault(cache: Path, tmp_path: Path) -> None:
@@ -97,6 +120,8 @@ def test_check_names_every_fault(cache: Path, tmp_path: Path) -> None:
 def test_bad_usage_is_one_line_and_status_2(cache: Path, tmp_path: Path) -> None:
     x = tmp_path / "x"  # never written: every call is refused first
     for args in (
+        ["export-usd", cache, "hair", x, "--frames", FRAMES, "--workers", "2", "--scheduler", "tcp://h:1"],
+        ["export-usd", cache, "hair", x, "--frames", FRAMES, "--timeout", "0"],
         ["export-usd", cache, "hair", x, "--frames", "9-1"],
         ["export-usd", cache, "hair", "x"],
         ["check", cache, "hair", "--frames", "abc"],
@@ -284,6 +309,67 @@ for name in ("skin", "lips"):  # face sets: below the mesh, not shapes of their 
     assert done.returncode == 0 and "returns    /bodyShape/Suzanne" in done.stdout
     done = run("abc", tmp_path / "missing.abc")
     assert done.returncode == 1 and done.stderr.startswith("groomcore: error:")
+
+
+def test_lost_and_frozen_machines_end_in_one_line(cache: Path, tmp_path: Path) -> None:
+    """A scheduler without workers, a frozen worker, a lost scheduler and SIGTERM each end the
+    run in one line, with finished frames in place; --resume then gives the serial files."""
+    import signal
+    import time
+
+    from dask.distributed import LocalCluster
+
+    common = ["--frames", "1001-1012", "--level", "high", "--quiet"]
+    assert run("export-usd", cache, "hair", tmp_path / "serial" / "hair", *common).returncode == 0
+    expected = tree(tmp_path / "serial")
+
+    with LocalCluster(n_workers=0, dashboard_address=None) as empty:
+        done = run("export-usd", cache, "hair", tmp_path / "a" / "hair", *common, "--scheduler",
+                   empty.scheduler_address, "--timeout", "2")  # fmt: skip
+    assert done.returncode == 1 and done.stderr.count("\n") == 1 and "no Dask worker joined" in done.stderr
+
+    out = tmp_path / "b" / "hair"
+    done = run("export-usd", cache, "hair", out, *common, "--workers", "2", "--timeout", "5", env=frozen_at(1004))
+    assert done.returncode == 1 and done.stderr.count("\n") == 1 and "no frame finished" in done.stderr, done.stderr
+
+    # A scheduler killed while a worker is frozen on a frame.
+    dask = str(Path(sys.executable).parent / "dask")
+    scheduler = subprocess.Popen([dask, "scheduler", "--port", "0", "--no-dashboard", "--scheduler-file",
+                                  tmp_path / "scheduler.json"], stderr=subprocess.DEVNULL)  # fmt: skip
+    try:
+        while not (tmp_path / "scheduler.json").exists():
+            time.sleep(0.1)
+        address = json.loads((tmp_path / "scheduler.json").read_text())["address"]
+        worker = subprocess.Popen([dask, "worker", address, "--nthreads", "1", "--no-dashboard"],
+                                  stderr=subprocess.DEVNULL, env={**os.environ, **frozen_at(1004)})  # fmt: skip
+        export = subprocess.Popen([*GROOMCORE, "export-usd", cache, "hair", out, *common, "--scheduler", address,
+                                   "--timeout", "5"],
+                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)  # fmt: skip
+        while not (out.parent / ".groomcore-frames" / "hair.1003.json").exists():
+            time.sleep(0.1)
+        time.sleep(1)
+        scheduler.kill()
+        _, err = export.communicate(timeout=120)
+        assert export.returncode == 1 and err.count("\n") == 1 and "lost" in err, err
+    finally:
+        for p in (scheduler, worker):
+            p.kill()
+            p.wait()
+
+    # SIGTERM, as a farm stops a job, on a local cluster: one line, status 143.
+    shutil.rmtree(out.parent / ".groomcore-frames")  # so that the frames below are this run's
+    export = subprocess.Popen([*GROOMCORE, "export-usd", cache, "hair", out, *common, "--workers", "2"],
+                              stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                              env={**os.environ, **frozen_at(1010)})  # fmt: skip
+    while not (out.parent / ".groomcore-frames" / "hair.1009.json").exists():
+        time.sleep(0.1)
+    export.send_signal(signal.SIGTERM)
+    _, err = export.communicate(timeout=120)
+    assert export.returncode == 143 and err.count("\n") == 1 and "terminated" in err, err
+
+    done = run("export-usd", cache, "hair", out, *common, "--resume")
+    assert done.returncode == 0 and tree(out.parent) == expected
+    assert not (out.parent / ".groomcore-partial").exists()  # what the frozen workers staged is gone
 
 
 def test_an_existing_cluster_gives_the_serial_files(cache: Path, tmp_path: Path) -> None:

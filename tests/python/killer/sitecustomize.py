@@ -1,7 +1,8 @@
-"""The test suite's killed process: put this folder on PYTHONPATH and set
+"""The test suite's killed and frozen processes: put this folder on PYTHONPATH and set
 GROOMCORE_TEST_KILL_AT=FRAME:MARKER, and the first process (the command or a Dask worker)
 about to publish FRAME's files ends at once, its files staged but not published, and
-leaves MARKER behind so that the retry goes through."""
+leaves MARKER behind so that the retry goes through; with GROOMCORE_TEST_FREEZE_AT=FRAME,
+every process about to publish FRAME stops there for good."""
 
 from __future__ import annotations
 
@@ -9,16 +10,22 @@ import os
 from pathlib import Path
 
 _spec = os.environ.get("GROOMCORE_TEST_KILL_AT", "")
-if ":" in _spec:
+_freeze = os.environ.get("GROOMCORE_TEST_FREEZE_AT", "")
+if ":" in _spec or _freeze:
     import groomcore.usdexport as _usdexport
 
-    _frame, _marker = _spec.split(":", 1)
+    _frame, _marker = _spec.split(":", 1) if ":" in _spec else ("", "")
     _publish = _usdexport._publish
 
     def _dying_publish(staged: Path, final: Path) -> None:
-        if f".{_frame}." in final.name and not os.path.exists(_marker):
+        if _frame and f".{_frame}." in final.name and not os.path.exists(_marker):
             Path(_marker).touch()
             os._exit(3)
+        if _freeze and f".{_freeze}." in final.name:
+            import time
+
+            while True:
+                time.sleep(60)
         _publish(staged, final)
 
     _usdexport._publish = _dying_publish
