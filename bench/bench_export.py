@@ -1,6 +1,10 @@
 """Farm-scale USD export: a cache of 100k strands x 16 CVs over 48 frames exported to
 per-frame files at both levels, serially and on a local Dask cluster of 2 worker processes,
 in one run; then the shot asset, and the time usd-core takes to open it and read one frame.
+First, what a steady frame costs in one process (user and system CPU, page faults, bytes
+read and written; the median over every frame but the first), with the buffers reused from
+frame to frame and with fresh ones, under glibc's default allocator settings and under
+Dask's worker setting (MALLOC_TRIM_THRESHOLD_=65536): each a process of its own.
 
     python bench/bench_export.py [--strands 100000] [--frames 48] [--workers 2]
 """
@@ -8,6 +12,9 @@ in one run; then the shot asset, and the time usd-core takes to open it and read
 from __future__ import annotations
 
 import argparse
+import json
+import os
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -55,7 +62,61 @@ def bake(root: Path, n: int, frames: list[int]) -> None:
         cache.bakePerFrameData(str(root), frame)
 
 
+def export_only(root: Path, out: Path, frames: list[int], reuse: bool) -> None:
+    """One serial export in this process; prints each frame's report as JSON."""
+    out.mkdir(parents=True)
+    s = Settings(str(root / "cache"), "hair", str(out / "hair"), (True, False), reuse=reuse)
+    results, failed = run_frames(s, frames, progress=False)
+    if failed:
+        sys.exit(f"bench_export: frames failed: {failed}")
+    print(json.dumps(results))
+
+
+def steady_frames(root: Path, frames: list[int]) -> None:
+    """Per-frame costs of a serial export, buffers reused or fresh, under two allocator
+    settings, each in a process of its own."""
+    rows: list[tuple[str, str, dict[str, float]]] = []
+    for allocator, env in (("glibc default", {}), ("Dask worker", {"MALLOC_TRIM_THRESHOLD_": "65536"})):
+        for reuse in (False, True):
+            out = root / f"steady-{len(rows)}"
+            done = subprocess.run(
+                [sys.executable, __file__, "--export-only", str(root), str(out), "--frames", str(len(frames)),
+                 "--reuse", str(int(reuse))],
+                capture_output=True, text=True, check=True, env={**os.environ, **env},
+            )  # fmt: skip
+            steady = json.loads(done.stdout)[1:]  # the first frame sizes everything
+            # Each run starts with no dirty pages of the run before waiting to be written back,
+            # which would slow the next run's writes whatever its own cost.
+            shutil.rmtree(out)
+            os.sync()
+
+            def median(key: str, steady: list[dict[str, float]] = steady) -> float:
+                return float(np.median([r[key] for r in steady]))
+
+            rows.append((allocator, "reused" if reuse else "fresh", {k: median(k) for k in steady[0] if k != "pid"}))
+    print("| allocator | buffers | wall (ms) | user (ms) | system (ms) | page faults | read (MB) | written (MB) | "
+          "speed-up |")  # fmt: skip
+    print("|---|---|---|---|---|---|---|---|---|")
+    for allocator, buffers, m in rows:
+        fresh = next(r[2] for r in rows if r[0] == allocator and r[1] == "fresh")
+        print(
+            f"| {allocator} | {buffers} | {1e3 * m['seconds']:.0f} | {1e3 * m['user_s']:.0f} | "
+            f"{1e3 * m['system_s']:.0f} | {m['page_faults']:,.0f} | {m['read_bytes'] / 1e6:.1f} | "
+            f"{m['written_bytes'] / 1e6:.1f} | {fresh['seconds'] / m['seconds']:.2f}x |"
+        )
+    print()
+
+
 def main(argv: list[str]) -> int:
+    if argv[:1] == ["--export-only"]:
+        frames_at = argv.index("--frames")
+        export_only(
+            Path(argv[1]),
+            Path(argv[2]),
+            list(range(1001, 1001 + int(argv[frames_at + 1]))),
+            argv[argv.index("--reuse") + 1] == "1",
+        )
+        return 0
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
     parser.add_argument("--strands", type=int, default=100_000)
     parser.add_argument("--frames", type=int, default=48)
@@ -65,6 +126,9 @@ def main(argv: list[str]) -> int:
     with tempfile.TemporaryDirectory(prefix="groomcore-export-bench-") as tmp:
         root = Path(tmp)
         bake(root / "cache", args.strands, frames)
+        print(f"{args.strands:,} strands x {CVS} CVs, {len(frames)} frames, both levels of detail")
+        print()
+        steady_frames(root, frames)
         rows = []
         for label, workers in (("serial", 0), (f"{args.workers} workers", args.workers)):
             s = Settings(str(root / "cache"), "hair", str(root / label.replace(" ", "_") / "hair"), (True, False))
@@ -84,7 +148,6 @@ def main(argv: list[str]) -> int:
                 assets = assemble(s, frames, "Y", 0.01)
                 assemble_s = time.perf_counter() - t0
         serial_wall = rows[0][1]
-        print(f"{args.strands:,} strands x {CVS} CVs, {len(frames)} frames, both levels of detail")
         print("| run | wall (s) | frames/s | median frame in a process (s) | speed-up | peak RSS per process (MiB) |")
         print("|---|---|---|---|---|---|")
         for label, wall, per_frame, peak_mb, processes in rows:

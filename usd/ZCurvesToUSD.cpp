@@ -213,6 +213,14 @@ void appendDoubledEnds(const ZCurves& shape, const ZVector* cvs, VtVec3fArray& p
 
 // --------------------------------------------------------------------------------- frame
 
+struct ZCurvesToUSD::Scratch {
+    VtVec3fArray points, normals;
+};
+ZCurvesToUSD::ScratchHolder::ScratchHolder() : p(new Scratch) {}
+ZCurvesToUSD::ScratchHolder::ScratchHolder(const ScratchHolder&) : p(new Scratch) {}
+ZCurvesToUSD::ScratchHolder& ZCurvesToUSD::ScratchHolder::operator=(const ScratchHolder&) { return *this; }
+ZCurvesToUSD::ScratchHolder::~ScratchHolder() = default;
+
 ZCurvesToUSD::ZCurvesToUSD()
     : suffix(".usd"), kind("geom"), follicles(nullptr), curves(nullptr), boundingBox(nullptr), bindingScheme(0),
       scales(nullptr), rotations(nullptr), folds(nullptr), writeNormals(false), perFrameFiles(false),
@@ -379,7 +387,13 @@ void ZCurvesToUSD::writeGeometryToCurve() {
     // growing it element by element would copy it several times over.
     size_t total = 0;
     for (int i = 0, j = 0; j < m && i < n; i += s, ++j) total += c.numCVs[i] > 0 ? size_t(c.numCVs[i]) + 2 : 0;
-    VtVec3fArray points(total), normals(writeNormals ? static_cast<size_t>(m) : 0);
+    // In the arrays of the last call: filled in place once its layer let go of them (a
+    // layer still holding them, one gathering every time, keeps its values: resizing then
+    // gives these arrays storage of their own).
+    VtVec3fArray& points = _scratch.p->points;
+    VtVec3fArray& normals = _scratch.p->normals;
+    points.resize(total);
+    normals.resize(writeNormals ? static_cast<size_t>(m) : 0);
     GfVec3f* out = points.data();
     for (int i = 0, j = 0; j < m && i < n; i += s, ++j) {
         const int k = c.numCVs[i];

@@ -21,6 +21,7 @@
 
 #include <pxr/sdf/layer.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -99,4 +100,19 @@ public:
     void writeAttributeToCurve();
     void writeGeometryToFeather();
     void writeAttributeToFeather();
+
+private:
+    // The curve writer's point and normal arrays, kept from call to call: once the layer of
+    // the last frame has let go of them, the next frame of the same size fills them in place
+    // instead of taking (and faulting in) hundreds of MB of fresh memory. A copy of the
+    // exporter starts without them.
+    struct Scratch;
+    struct ScratchHolder {
+        std::unique_ptr<Scratch> p;
+        ScratchHolder();
+        ScratchHolder(const ScratchHolder&);
+        ScratchHolder& operator=(const ScratchHolder&);
+        ~ScratchHolder();
+    };
+    ScratchHolder _scratch;
 };

@@ -122,8 +122,11 @@ class CacheDir:
             raise CacheError(f"frame {frame:g}: bounds missing or damaged")
         return box
 
-    def read_frame(self, frame: float) -> tuple[gc.ZCurves, gc.ZFollicles]:
-        """One frame through readStrandsData, checked against the static record."""
+    def read_frame(
+        self, frame: float, into: tuple[gc.ZCurves, gc.ZFollicles] | None = None
+    ) -> tuple[gc.ZCurves, gc.ZFollicles]:
+        """One frame through readStrandsData, checked against the static record; into the
+        objects `into` when given (frame after frame, they keep their memory)."""
         if frame != int(frame):
             raise CacheError(f"frame {frame:g}: the library reads whole frames only")
         if frame == 0:
@@ -131,7 +134,7 @@ class CacheDir:
         curves_file = self._frame_file(gc.CACHE_CURVES, frame)
         if not curves_file.is_file():
             raise CacheError(f"frame {frame:g}: missing (no {curves_file.name})")
-        curves, follicles = gc.ZCurves(), gc.ZFollicles()
+        curves, follicles = into if into is not None else (gc.ZCurves(), gc.ZFollicles())
         if not gc.readStrandsData(str(self.path), int(frame), curves, follicles):
             raise CacheError(f"frame {frame:g}: readStrandsData failed (no follicles file)")
         n = self.strands()

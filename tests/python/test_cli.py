@@ -189,6 +189,15 @@ def test_workers_chunks_crashes_and_resume_give_the_serial_files(cache: Path, tm
     expected = tree(serial)
     assert len(expected) == 2 * 6 + 2 * 4  # per level: 6 frames, attributes, asset, topology, manifest
 
+    # Fresh buffers for every frame give the same bytes as the buffers a process reuses.
+    from groomcore.usdexport import LEVELS, Settings, assemble, run_frames
+
+    fresh = Settings(str(cache), "hair", str(tmp_path / "fresh" / "hair"), LEVELS["both"], feathers=True, reuse=False)
+    (tmp_path / "fresh").mkdir()
+    assert run_frames(fresh, list(range(1001, 1007)), progress=False)[1] == {}
+    assemble(fresh, list(range(1001, 1007)), "Y", 0.01)
+    assert tree(tmp_path / "fresh") == expected
+
     # Two workers, one of which is killed with its frame staged but not published.
     crash = killed_at(1003, tmp_path / "crashed-once")
     done = run("export-usd", cache, "hair", tmp_path / "workers" / "hair", *common, "--workers", "2", env=crash)
