@@ -1,5 +1,7 @@
 // The growable array: std::vector with no further member, so a ZArray is exactly the
-// vector's data and its elements go to a file in one block.
+// vector's data and its elements go to a file in one block. Its allocator is the standard
+// one, except that an array can grow without writing its new elements
+// (setLengthForOverwrite), for arrays a parallel loop then fills whole.
 #pragma once
 
 #include <algorithm>
@@ -7,7 +9,9 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "base/ZAxis.h"
@@ -21,10 +25,43 @@
 
 namespace Ulmex {
 
+namespace ZArrayDetail {
+
+// Set on a thread while setLengthForOverwrite grows an array there.
+inline thread_local bool gOverwrite = false;
+
+// std::allocator's memory and construction, but the elements a vector gains by resize are
+// left as allocated while gOverwrite is set on the calling thread.
 template <typename T>
-class ZArray : public std::vector<T> {
+struct Allocator {
+    using value_type = T;
+    Allocator() noexcept = default;
+    template <typename U>
+    Allocator(const Allocator<U>&) noexcept {}
+    T* allocate(size_t n) { return std::allocator<T>().allocate(n); }
+    void deallocate(T* p, size_t n) noexcept { std::allocator<T>().deallocate(p, n); }
+    template <typename U>
+    void construct(U* p) noexcept(std::is_nothrow_default_constructible<U>::value) {
+        if (!gOverwrite) ::new (static_cast<void*>(p)) U();
+    }
+    template <typename U, typename... A>
+    void construct(U* p, A&&... args) {
+        ::new (static_cast<void*>(p)) U(std::forward<A>(args)...);
+    }
+    template <typename U>
+    bool operator==(const Allocator<U>&) const noexcept { return true; }
+    template <typename U>
+    bool operator!=(const Allocator<U>&) const noexcept { return false; }
+};
+
+} // namespace ZArrayDetail
+
+template <typename T>
+class ZArray : public std::vector<T, ZArrayDetail::Allocator<T>> {
+    using Base = std::vector<T, ZArrayDetail::Allocator<T>>;
+
 public:
-    using std::vector<T>::vector;
+    using Base::Base;
     ZArray() = default;
 
     int length() const { return static_cast<int>(this->size()); }
@@ -32,6 +69,12 @@ public:
     // n < 1 empties the array. Otherwise it resizes to exactly n; with zeroFill every
     // element is then set to zero bytes, so a shrink or a same-size call clears old values.
     void setLength(int n, bool zeroFill = true);
+
+    // n < 1 empties the array. Otherwise it resizes to exactly n, keeping the values of the
+    // elements it keeps and leaving the ones it gains unwritten: the caller writes every one
+    // of them. Meant for a parallel loop that fills the whole array, so that growing it is
+    // no serial pass and each page is first touched by the thread that fills it.
+    void setLengthForOverwrite(int n);
 
     // Every element to zero bytes.
     void zeroize() {
@@ -76,6 +119,18 @@ void ZArray<T>::setLength(int n, bool zeroFill) {
 }
 
 template <typename T>
+void ZArray<T>::setLengthForOverwrite(int n) {
+    static_assert(std::is_trivially_copyable<T>::value && std::is_trivially_destructible<T>::value,
+                  "raw element type needed");
+    if (n < 1) { this->clear(); return; }
+    struct Flag {
+        Flag() { ZArrayDetail::gOverwrite = true; }
+        ~Flag() { ZArrayDetail::gOverwrite = false; }
+    } flag;
+    this->resize(static_cast<size_t>(n));
+}
+
+template <typename T>
 void ZArray<T>::write(std::ofstream& file, bool writeLength) const {
     static_assert(std::is_trivially_copyable<T>::value, "raw element type needed");
     if (writeLength) {
@@ -93,7 +148,7 @@ bool ZArray<T>::read(std::ifstream& file, bool readLength) {
     if (readLength) {
         int32_t n = 0;
         auto fail = [&] {
-            std::vector<T>().swap(*this);  // give the memory back, not just the length
+            Base().swap(*this);  // give the memory back, not just the length
             markFailed(file);
             return false;
         };
@@ -116,7 +171,7 @@ bool ZArray<T>::readExactly(std::ifstream& file, int n) {
     // No zero fill before the read: the bytes are overwritten by the file, and only what
     // it could not deliver is cleared afterwards. On a large frame this saves a whole
     // pass over the array.
-    this->resize(static_cast<size_t>(n));
+    setLengthForOverwrite(n);
     const size_t want = this->size() * sizeof(T);
     file.read(reinterpret_cast<char*>(this->data()), static_cast<std::streamsize>(want));
     const size_t got = static_cast<size_t>(file.gcount());

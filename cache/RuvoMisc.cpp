@@ -440,9 +440,10 @@ void setRefIdxAndInvRotAndCurves(double frame, const ZAlembicObject& object, con
         bound = bad == 0;
     }
     if (!bound) return refuse();
-    // Every entry is written below: sized only when the count changes, never cleared first.
-    if (refIdx->length() != n) refIdx->resize(static_cast<size_t>(n));
-    if (invRot->length() != n) invRot->resize(static_cast<size_t>(n));
+    // Every entry is written below: sized only when the count changes, never cleared or
+    // initialised first, so that the threads that fill them touch their pages first.
+    if (refIdx->length() != n) refIdx->setLengthForOverwrite(n);
+    if (invRot->length() != n) invRot->setLengthForOverwrite(n);
     const double eps = static_cast<double>(1e-30f);  // the float constant, widened
     {
         const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks

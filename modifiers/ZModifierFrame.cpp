@@ -114,9 +114,13 @@ bool evaluate(const ZModifier& modifier, const ZFollicles& follicles, int& prevN
     }
     if (!changed) return false;
 
+    // The loop below writes every strand's result of a value item and every strand's flag
+    // of a mask: those arrays are only sized here, so that their memory is first written
+    // by the threads that fill it. Anything else an item points to is cleared.
     for (const Item& it : items) {
-        if (it.results) it.results->setLength(n, true);
-        if (it.flags) it.flags->setLength(n, true);
+        const bool mask = it.kind == Item::Mask;
+        if (it.results) mask ? it.results->setLength(n, true) : it.results->setLengthForOverwrite(n);
+        if (it.flags) mask ? it.flags->setLengthForOverwrite(n) : it.flags->setLength(n, true);
     }
 
     const int P = omp_get_num_procs();

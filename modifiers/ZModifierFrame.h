@@ -156,13 +156,13 @@ inline int maskBase(float seed) {
 // Nearest-sample lookup of the first channel at (u, v), v running from the bottom row up.
 float sample(const Ulmex::ZImageMap& map, float u, float v);
 
-// A per-CV array of `n` elements, all zero: resized only when the count changes (the one
-// serial step, value-initialising new memory), then cleared in parallel with a static
-// split, so that a later evaluate with the same count does no serial pass over it.
+// A per-CV array of `n` elements, all zero: resized only when the count changes, without
+// writing the new elements, then cleared in parallel with a static split, so that no
+// evaluate, the first one included, makes a serial pass over it.
 template <typename T>
 void zeroedInParallel(Ulmex::ZArray<T>& a, int n) {
     if (n < 1) { a.clear(); return; }
-    if (a.length() != n) a.resize(static_cast<size_t>(n));
+    if (a.length() != n) a.setLengthForOverwrite(n);
     T* data = a.data();
     const Ulmex::ZParallelRegion region;  // timed for the serial-fraction benchmarks
     #pragma omp parallel for schedule(static)

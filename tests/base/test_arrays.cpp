@@ -1,6 +1,7 @@
 // ZArray and the set arrays: sizing, merging, memory figures and the binary forms.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <mutex>
 #include <random>
 
@@ -26,6 +27,31 @@ TEST(ZArray, SetLengthClearsOldValuesOnShrinkAndSameSize) {
     EXPECT_TRUE(a.empty());
     a.setLength(-7, true);
     EXPECT_TRUE(a.empty());
+}
+
+// Growing for overwrite keeps the elements kept and constructs none; every other way of
+// growing an array, on this thread and later, still value-initialises (a matrix is the
+// identity, so a construction skipped by mistake shows even on fresh zero pages).
+TEST(ZArray, GrowingForOverwriteLeavesOtherGrowthInitialised) {
+    ZFloatArray a{1.f, 2.f};
+    a.setLengthForOverwrite(5);
+    EXPECT_EQ(a.length(), 5);
+    EXPECT_EQ(a[0], 1.f);
+    EXPECT_EQ(a[1], 2.f);
+    a.setLengthForOverwrite(1);
+    EXPECT_EQ(a, ZFloatArray({1.f}));
+    a.setLengthForOverwrite(0);
+    EXPECT_TRUE(a.empty());
+
+    ZMatrixArray m;
+    m.setLengthForOverwrite(1000);
+    m.resize(1003);
+    m.push_back(ZMatrix());
+    const ZMatrix identity;
+    for (int i = 1000; i < 1004; ++i)
+        EXPECT_EQ(std::memcmp(m[i].data, identity.data, sizeof identity.data), 0) << i;
+    ZVectorArray v(4);
+    for (const ZVector& p : v) EXPECT_EQ(p, ZVector(0, 0, 0));
 }
 
 TEST(ZArray, FromKeepsNonzeroBytesAndReportsAWrongKeep) {
