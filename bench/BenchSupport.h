@@ -5,6 +5,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -19,6 +20,13 @@
 #include "base/ZParallelProfile.h"
 
 namespace bench {
+
+// Minor page faults of this process so far: pages the kernel handed out fresh.
+inline long minorFaults() {
+    rusage u{};
+    ::getrusage(RUSAGE_SELF, &u);
+    return u.ru_minflt;
+}
 
 inline int envInt(const char* name, int fallback) {
     const char* v = std::getenv(name);

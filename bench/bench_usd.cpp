@@ -26,6 +26,7 @@
 
 #include "BenchSupport.h"
 #include "common/AnimatedGroom.h"
+#include "common/BuiltinGroom.h"
 #include "usd/ZCurvesToUSD.h"
 
 using namespace Ulmex;
@@ -117,6 +118,68 @@ void exportShot(benchmark::State& state, bool perFrameFiles) {
 
 void BM_Usd_OneFile_Groomcore(benchmark::State& state) { exportShot(state, false); }
 void BM_Usd_PerFrameFiles_Groomcore(benchmark::State& state) { exportShot(state, true); }
+
+// ------------------------------------------------------------------ feathers
+
+// A steady feather frame: 20k strands (GROOMCORE_BENCH_FEATHER_STRANDS) each carrying a
+// 400-point feather mesh with its curves, placed rigidly, one file per frame. `reuse`: one
+// exporter for the shot, as a host keeps it; otherwise a copy of it per frame, which
+// gathers into arrays of its own (what every frame cost before the exporter kept them).
+// Counters per frame, over every frame but the first: minor page faults and seconds.
+void featherFrames(benchmark::State& state, bool reuse) {
+    static const int strands = bench::envInt("GROOMCORE_BENCH_FEATHER_STRANDS", 20000);
+    static std::unique_ptr<examples::AnimatedGroom> g;
+    static ZFeather feather;
+    static ZVectorArray scales, rotations;
+    static ZFloatArray folds;
+    if (!g) {
+        g = std::make_unique<examples::AnimatedGroom>(strands, kCVs);
+        examples::buildFeatherTemplate(40, 10, feather);
+        g->follicles.rtp.assign(static_cast<size_t>(strands), 0);
+        scales.assign(static_cast<size_t>(strands), ZVector(0.1f, 0.1f, 0.1f));
+        rotations.assign(static_cast<size_t>(strands), ZVector(0.f, 0.f, 0.f));
+        folds.assign(static_cast<size_t>(strands), 0.f);
+    }
+    const fs::path dir = scratch() / (reuse ? "feathers-reused" : "feathers-fresh");
+    fs::remove_all(dir);
+    fs::create_directories(dir);
+    ZCurvesToUSD x;
+    x.name = "plumage";
+    x.basePath = (dir / "plumage").string();
+    x.featherMode = true;
+    x.perFrameFiles = true;
+    x.follicles = &g->follicles;
+    x.curves = &g->curves;
+    x.boundingBox = &g->box;
+    x.feathers = {&feather};
+    x.scales = &scales;
+    x.rotations = &rotations;
+    x.folds = &folds;
+    int frame = 0;
+    double faults = 0, secs = 0;
+    for (auto _ : state) {
+        g->setFrame(static_cast<float>(++frame));
+        for (int i = 0; i < strands; ++i) rotations[i].y = 0.01f * static_cast<float>(frame);
+        ZCurvesToUSD fresh;
+        if (!reuse) fresh = x;
+        ZCurvesToUSD& writer = reuse ? x : fresh;
+        const long before = bench::minorFaults();
+        const double s = seconds([&] { writer.writeGeometryToUSD(static_cast<float>(frame), true, false); });
+        state.SetIterationTime(s);
+        if (frame > 1) {
+            faults += static_cast<double>(bench::minorFaults() - before);
+            secs += s;
+        }
+    }
+    state.counters["faults_per_frame"] = frame > 1 ? faults / (frame - 1) : 0;
+    state.counters["s_per_frame"] = frame > 1 ? secs / (frame - 1) : 0;
+    state.counters["strands"] = strands;
+    state.counters["bytes"] = static_cast<double>(bytesUnder(dir));
+    fs::remove_all(dir);
+}
+
+void BM_Usd_FeatherFrames_Reused(benchmark::State& state) { featherFrames(state, true); }
+void BM_Usd_FeatherFrames_Fresh(benchmark::State& state) { featherFrames(state, false); }
 
 // ------------------------------------------------------------------ floor
 
@@ -241,6 +304,8 @@ void cleanup(benchmark::State& state) {
 
 BENCHMARK(BM_Usd_OneFile_Groomcore)->Iterations(kFrames)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Usd_PerFrameFiles_Groomcore)->Iterations(kFrames)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Usd_FeatherFrames_Fresh)->Iterations(kFrames)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Usd_FeatherFrames_Reused)->Iterations(kFrames)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Usd_Floor)->Iterations(kFrames)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Usd_OneFile_Peer)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_Usd_PerFrameFiles_Peer)->Iterations(1)->UseManualTime()->Unit(benchmark::kMillisecond);

@@ -1,20 +1,24 @@
 #include "usd/ZCurvesToUSD.h"
 
 #include <dlfcn.h>
+#include <sys/statvfs.h>
 #include <pxr/plug/registry.h>
 #include <pxr/sdf/attributeSpec.h>
 #include <pxr/sdf/primSpec.h>
 #include <pxr/sdf/schema.h>
 #include <pxr/sdf/types.h>
 #include <pxr/tf/errorMark.h>
+#include <pxr/tf/fileUtils.h>
 #include <pxr/tf/stringUtils.h>
 #include <pxr/vt/array.h>
 
 #include <algorithm>
 #include <cfloat>
+#include <cerrno>
 #include <climits>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <mutex>
 #include <string>
 
@@ -197,24 +201,39 @@ struct RigidPlacement {
     }
 };
 
-// Appends a feather's curve CVs the way curves are exported: the first and the last CV of
-// each curve twice.
-void appendDoubledEnds(const ZCurves& shape, const ZVector* cvs, VtVec3fArray& points) {
+// How many points writeDoubledEnds gives for a feather's curves.
+size_t doubledEndsCount(const ZCurves& shape) {
+    size_t count = 0;
+    for (int c = 0; c < shape.numCurves(); ++c)
+        if (shape.numCVs[c] >= 1) count += static_cast<size_t>(shape.numCVs[c]) + 2;
+    return count;
+}
+
+// Writes a feather's curve CVs the way curves are exported, the first and the last CV of
+// each curve twice; returns the point behind the last one written.
+GfVec3f* writeDoubledEnds(const ZCurves& shape, const ZVector* cvs, GfVec3f* out) {
     for (int c = 0; c < shape.numCurves(); ++c) {
         const int n = shape.numCVs[c], f = shape.start[c];
         if (n < 1) continue;
-        points.push_back(gf(cvs[f]));
-        for (int j = 0; j < n; ++j) points.push_back(gf(cvs[f + j]));
-        points.push_back(gf(cvs[f + n - 1]));
+        *out++ = gf(cvs[f]);
+        for (int j = 0; j < n; ++j) *out++ = gf(cvs[f + j]);
+        *out++ = gf(cvs[f + n - 1]);
     }
+    return out;
 }
 
 } // namespace
 
 // --------------------------------------------------------------------------------- frame
 
+// The arrays a frame's geometry is gathered in, kept from call to call: the strands'
+// points and normals, each feather kind's mesh points, the feathers' combined curves and
+// the points of one placed feather.
 struct ZCurvesToUSD::Scratch {
     VtVec3fArray points, normals;
+    std::vector<VtVec3fArray> featherMeshes;
+    VtVec3fArray featherCurves;
+    ZVectorArray placed;
 };
 ZCurvesToUSD::ScratchHolder::ScratchHolder() : p(new Scratch) {}
 ZCurvesToUSD::ScratchHolder::ScratchHolder(const ScratchHolder&) : p(new Scratch) {}
@@ -300,8 +319,53 @@ SdfLayerRefPtr findOrCreate(const std::string& path, ZString& failure) {
     return layer;
 }
 
+// Bytes the values of one field take, as arrays of their element type (a value of another
+// type counts 16 bytes per element, or 16 in all).
+template <typename... T>
+size_t valueBytes(const VtValue& v) {
+    size_t bytes = 0;
+    const bool known = ((v.IsHolding<VtArray<T>>() ? (bytes = v.UncheckedGet<VtArray<T>>().size() * sizeof(T), true)
+                                                   : false) ||
+                        ...);
+    return known ? bytes : v.IsArrayValued() ? 16 * v.GetArraySize() : 16;
+}
+
+// What saving the layer adds to its disk, about: the bytes of every value it holds (only
+// those at `time` when `onlyAt` is set, for a file that already holds the other times),
+// plus a sixty-fourth and 64 KiB for the file's own tables.
+size_t bytesToWrite(const SdfLayerRefPtr& layer, bool onlyAt, double time) {
+    size_t bytes = 0;
+    auto add = [&](const VtValue& v) { bytes += valueBytes<GfVec3f, GfVec2f, float, int, TfToken, double>(v); };
+    layer->Traverse(SdfPath::AbsoluteRootPath(), [&](const SdfPath& path) {
+        if (!path.IsPropertyPath()) return;
+        VtValue v;
+        if (!onlyAt && layer->HasField(path, SdfFieldKeys->Default, &v)) add(v);
+        for (double t : layer->ListTimeSamplesForPath(path))
+            if ((!onlyAt || t == time) && layer->QueryTimeSample(path, t, &v)) add(v);
+    });
+    return bytes + bytes / 64 + 64 * 1024;
+}
+
 // Saves the layer; a file the disk could not take whole is removed, with why in `failure`.
-void saveWhole(const SdfLayerRefPtr& layer, ZString& failure) {
+// A layer the disk has no room for is not saved at all: OpenUSD's writer does not stop at
+// a failed write and then reads back the file it cut short, which can end the process.
+// (Other writers filling the same disk at the same moment can still beat the check.) Its
+// file is then removed too, unless it is one that holds other times (`onlyAt`).
+void saveWhole(const SdfLayerRefPtr& layer, ZString& failure, bool onlyAt = false, double time = 0.0) {
+    const std::string target = layer->GetRealPath();
+    struct statvfs disk {};
+    const std::string dir = TfGetPathName(target).empty() ? "." : TfGetPathName(target);
+    if (::statvfs(dir.c_str(), &disk) == 0) {
+        const unsigned long long room = static_cast<unsigned long long>(disk.f_bavail) * disk.f_frsize;
+        const bool grows = onlyAt && TfIsFile(target);
+        const size_t needed = bytesToWrite(layer, grows, time);
+        if (room < needed) {
+            if (!grows) std::remove(target.c_str());
+            failure = "cannot write " + target + " (" + std::strerror(ENOSPC) + ": about " + std::to_string(needed) +
+                      " bytes to write, " + std::to_string(room) + " free)";
+            return;
+        }
+    }
     TfErrorMark mark;
     const bool saved = layer->Save();
     if (saved && mark.IsClean()) return;
@@ -354,7 +418,8 @@ void ZCurvesToUSD::writeGeometryToUSD(float t, bool h, bool subFrame) {
         writeGeometryToFeather();
     else
         writeGeometryToCurve();
-    saveWhole(layer, failure);
+    // A file of the whole range grows by this frame's samples.
+    saveWhole(layer, failure, !perFrameFiles, double(time));
     reportFailure("writeGeometryToUSD", failure);
 }
 
@@ -472,7 +537,10 @@ void ZCurvesToUSD::writeGeometryToFeather() {
     const int n = follicles->numStrands();
     const bool followStrand = bindingScheme == 4 || bindingScheme == 6;
     bool anyMesh = false, anyCurves = false;
-    ZVectorArray placed;
+    // Gathered in the arrays of the last call, as the strands' points are.
+    Scratch& scratch = *_scratch.p;
+    ZVectorArray& placed = scratch.placed;
+    if (scratch.featherMeshes.size() < feathers.size()) scratch.featherMeshes.resize(feathers.size());
     for (size_t fi = 0; fi < feathers.size(); ++fi) {
         ZFeather& feather = *feathers[fi];
         const bool meshHere = hasMesh(feather);
@@ -485,18 +553,19 @@ void ZCurvesToUSD::writeGeometryToFeather() {
         SdfAttributeSpecHandle extentAttr = a.attr(prim, "extent", SdfValueTypeNames->Float3Array);
         SdfAttributeSpecHandle pointsAttr = a.attr(prim, "points", SdfValueTypeNames->Point3fArray);
         const int s = featherMeshStep(high, n, exportRatio);
-        VtVec3fArray points;
-        if (meshHere) points.reserve(copiesOf(*follicles, static_cast<int>(fi), s) * feather.mesh.points.size());
+        VtVec3fArray& points = scratch.featherMeshes[fi];
+        points.resize(meshHere ? copiesOf(*follicles, static_cast<int>(fi), s) * feather.mesh.points.size() : 0);
+        GfVec3f* out = points.data();
         for (int i = 0; meshHere && i < n; i += s) {
             if (follicles->rtp[i] != static_cast<int>(fi)) continue;
             if (followStrand) {
                 placed.resize(feather.mesh.points.size());
                 feather.deform(*follicles, *curves, i, (*scales)[i].x, (*folds)[i], &placed, nullptr, nullptr,
                                bindingScheme == 6);
-                for (const ZVector& p : placed) points.push_back(gf(p));
+                for (const ZVector& p : placed) *out++ = gf(p);
             } else {
                 const RigidPlacement place((*scales)[i], (*rotations)[i], follicles->axs[i].origin);
-                for (const ZVector& p : feather.mesh.points) points.push_back(place(p));
+                for (const ZVector& p : feather.mesh.points) *out++ = place(p);
             }
         }
         a.set(pointsAttr, points);
@@ -508,7 +577,15 @@ void ZCurvesToUSD::writeGeometryToFeather() {
     SdfAttributeSpecHandle pointsAttr = a.attr(prim, "points", SdfValueTypeNames->Point3fArray);
     SdfAttributeSpecHandle extentAttr = a.attr(prim, "extent", SdfValueTypeNames->Float3Array);
     const int s = featherCurveStep(high, n, exportRatio);
-    VtVec3fArray points;
+    std::vector<size_t> perKind(feathers.size());
+    for (size_t fi = 0; fi < feathers.size(); ++fi)
+        perKind[fi] = hasCurves(*feathers[fi]) ? doubledEndsCount(feathers[fi]->curves) : 0;
+    size_t total = 0;
+    for (int i = 0; i < n; i += s)
+        if (featherOf(feathers, follicles->rtp[i])) total += perKind[static_cast<size_t>(follicles->rtp[i])];
+    VtVec3fArray& points = scratch.featherCurves;
+    points.resize(total);
+    GfVec3f* out = points.data();
     for (int i = 0; i < n; i += s) {
         const ZFeather* carried = featherOf(feathers, follicles->rtp[i]);
         if (!carried || !hasCurves(*carried)) continue;
@@ -517,10 +594,10 @@ void ZCurvesToUSD::writeGeometryToFeather() {
             placed.resize(feather.curves.cvs.size());
             feather.deform(*follicles, *curves, i, (*scales)[i].x, (*folds)[i], nullptr, nullptr, &placed,
                            bindingScheme == 6);
-            appendDoubledEnds(feather.curves, placed.data(), points);
+            out = writeDoubledEnds(feather.curves, placed.data(), out);
         } else {
             // Left in the feather's own space: rigid placement is for meshes only.
-            appendDoubledEnds(feather.curves, feather.curves.cvs.data(), points);
+            out = writeDoubledEnds(feather.curves, feather.curves.cvs.data(), out);
         }
     }
     a.set(pointsAttr, points);

@@ -4,6 +4,7 @@
 
 #include <pxr/sdf/primSpec.h>
 
+#include <cstdlib>
 #include <filesystem>
 
 #include "support/TestUtil.h"
@@ -143,4 +144,60 @@ TEST(UsdExport, NamesThatAreNoUsdIdentifiersAreMapped) {
                 EXPECT_TRUE(x.stage->GetPrimAtPath(pxr::SdfPath(prim + "/leaf_001"))) << name;
             }
         }
+}
+
+// A disk without room for a frame: the call fails with the reason and leaves no file, and
+// every frame written before is whole (the same bytes as on a disk with room). OpenUSD's
+// writer, left to run into the full disk, could end the process reading back what it cut
+// short. The test mounts a small tmpfs (the suite runs as root; elsewhere it is skipped).
+TEST(UsdExport, ADiskWithoutRoomGetsNoFileAndEndsNothing) {
+    testutil::TempDir tmp;
+    const std::string disk = tmp.file("disk");
+    std::filesystem::create_directories(disk);
+    const std::string mount = "mount -t tmpfs -o size=192k tmpfs " + disk + " 2>/dev/null";
+    if (std::system(mount.c_str()) != 0) GTEST_SKIP() << "cannot mount a tmpfs here";
+    struct Unmount {
+        std::string dir;
+        ~Unmount() { (void)std::system(("umount -l " + dir).c_str()); }
+    } unmount{disk};
+
+    // 200 strands of 16 CVs: about 43 KB a frame.
+    ZFollicles f;
+    f.reset();
+    ZCurves c;
+    std::vector<ZVector> p(16);
+    for (int i = 0; i < 200; ++i) {
+        for (int j = 0; j < 16; ++j) p[j] = ZVector(float(i), float(j), 0.5f * float(i % 7));
+        c.push(p.data(), 16);
+    }
+    ZBoundingBox box(ZVector(0, 0, 0), ZVector(200, 16, 4));
+    ZCurvesToUSD x;
+    x.name = "hair";
+    x.follicles = &f;
+    x.curves = &c;
+    x.boundingBox = &box;
+    x.perFrameFiles = true;
+    ZSetMessageSink([](const std::string&, void*) {}, nullptr);
+    int written = 0, refused = 0;
+    for (int frame = 1; frame <= 8; ++frame) {
+        x.basePath = tmp.file("hair");
+        x.writeGeometryToUSD(float(frame), true, false);
+        ASSERT_TRUE(x.failure.empty()) << x.failure;
+        const std::vector<char> whole = testutil::readBytes(x.geometryFile(float(frame), true, false));
+        x.basePath = disk + "/hair";
+        x.writeGeometryToUSD(float(frame), true, false);
+        const std::string file = x.geometryFile(float(frame), true, false);
+        if (x.failure.empty()) {
+            EXPECT_EQ(refused, 0) << "frame " << frame << " written after one was refused";
+            EXPECT_EQ(testutil::readBytes(file), whole) << frame;
+            ++written;
+        } else {
+            EXPECT_NE(x.failure.find("No space left on device"), std::string::npos) << x.failure;
+            EXPECT_FALSE(std::filesystem::exists(file)) << file;
+            ++refused;
+        }
+    }
+    ZSetMessageSink(nullptr, nullptr);
+    EXPECT_GE(written, 1);
+    EXPECT_GE(refused, 1);
 }
