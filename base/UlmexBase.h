@@ -3,6 +3,7 @@
 
 #include "base/ZArray.h"
 #include "base/alembic/ZAlembic.h"
+#include "base/alembic/ZAlembicCurves.h"
 #include "base/ZAxis.h"
 #include "base/ZBoundingBox.h"
 #include "base/ZCurves.h"

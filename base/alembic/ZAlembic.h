@@ -39,6 +39,7 @@ struct ZAlembicArrayView {
     std::shared_ptr<const void> block;
 };
 class ZAlembicObjectArray;
+struct ZAlembicCurves;
 void GetAllDescendantObjects(const ZAlembicObject& object, ZAlembicObjectArray& objects, bool leavesOnly);
 
 class ZAlembicObject {
@@ -56,6 +57,9 @@ public:
     // A polygon mesh (schema kPolyMeshSchema): the one shape getPolyMeshData reads.
     bool isPolyMesh() const;
     static constexpr const char* kPolyMeshSchema = "AbcGeom_PolyMesh_v1";
+    // Curves (schema kCurvesSchema): the shape getCurvesData reads.
+    bool isCurves() const;
+    static constexpr const char* kCurvesSchema = "AbcGeom_Curve_v2";
     int numChildren() const;
     // False, leaving `child` alone, for an index out of range.
     bool getChild(int index, ZAlembicObject& child) const;
@@ -92,6 +96,12 @@ public:
     // a polygon mesh.
     bool getPolyMeshViews(ZAlembicArrayView* points, ZAlembicArrayView* counts, ZAlembicArrayView* connections,
                           ZMatrix* worldMatrix, int sample) const;
+
+    // Reads Curves at `sample` into `curves` (see ZAlembicCurves): points and counts that do
+    // not add up (a negative count, a sum other than the point count) read as no curves;
+    // the world matrix is taken as for a mesh. False, with `curves` untouched, for an
+    // object that is not curves.
+    bool getCurvesData(ZAlembicCurves& curves, int sample) const;
 
     // The schema named in the object's metadata ("AbcGeom_PolyMesh_v1", ...); empty if none.
     ZString schema() const;

@@ -143,6 +143,9 @@ struct Property {
 
 Property findProperty(const Archive& a, const ogawa::Group& compound, const char* name);
 Property findPath(const Archive& a, const ogawa::Group& compound, std::initializer_list<const char*> path);
+// The geometry compound (.geom) of the object at group position `group`: where a mesh's or
+// curves' properties lie; the empty group for an object without one.
+ogawa::Group geometryCompound(const Archive& a, std::uint64_t group);
 // A property's time sampling; the identity one where its index names none.
 const TimeSampling& samplingOf(const Archive& a, const PropertyHeader& h);
 // Where the values of an array sample lie in the file (`at`, 0 when it holds none) and how

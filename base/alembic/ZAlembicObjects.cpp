@@ -145,6 +145,13 @@ Property findProperty(const Archive& a, const ogawa::Group& compound, const char
     return p;
 }
 
+ogawa::Group geometryCompound(const Archive& a, std::uint64_t group) {
+    const ogawa::Group g = objectGroup(a, group);
+    const ogawa::Group props = g.isGroup(0) ? g.group(0) : ogawa::Group();
+    const Property geom = findProperty(a, props, ".geom");
+    return geom.valid && geom.header.type == kCompound ? geom.group : ogawa::Group();
+}
+
 Property findPath(const Archive& a, const ogawa::Group& compound, std::initializer_list<const char*> path) {
     Property p;
     ogawa::Group g = compound;
@@ -249,7 +256,7 @@ std::string schemaOf(const std::string& meta) { return metaValue(meta, "schema")
 // sets under a mesh).
 bool isGeometrySchema(const std::string& schema) {
     static const char* const kGeometry[] = {ZAlembicObject::kPolyMeshSchema, "AbcGeom_SubD_v1",   "AbcGeom_Points_v1",
-                                            "AbcGeom_Curve_v2",    "AbcGeom_NuPatch_v2"};
+                                            ZAlembicObject::kCurvesSchema, "AbcGeom_NuPatch_v2"};
     for (const char* g : kGeometry)
         if (schema == g) return true;
     return false;

@@ -13,24 +13,12 @@ namespace Ulmex {
 
 using namespace alembic;
 
-namespace {
-
-// The geometry compound (.geom) of a PolyMesh object.
-ogawa::Group meshGeometry(const Archive& a, std::uint64_t group) {
-    const ogawa::Group g = objectGroup(a, group);
-    const ogawa::Group props = g.isGroup(0) ? g.group(0) : ogawa::Group();
-    const Property geom = findProperty(a, props, ".geom");
-    return geom.valid && geom.header.type == kCompound ? geom.group : ogawa::Group();
-}
-
-} // namespace
-
 bool ZAlembicObject::getPolyMeshData(ZVectorArray* points, ZVectorArray* velocities, ZIntArray* counts,
                                      ZIntArray* connections, ZBoundingBox* box, ZMatrix* worldMatrix, ZFloatArray* uvs,
                                      ZIntArray* uvIndices, int sample) const {
     if (!_archive || !isPolyMesh()) return false;
     const Archive& a = *_archive;
-    const ogawa::Group gg = meshGeometry(a, _group);
+    const ogawa::Group gg = geometryCompound(a, _group);
     const Property P = findProperty(a, gg, "P");
     if (points && !readArray(P, sample, kF32, 3, *points)) points->clear();
     if (velocities && !readArray(findProperty(a, gg, ".velocities"), sample, kF32, 3, *velocities)) velocities->clear();
@@ -85,7 +73,7 @@ bool ZAlembicObject::getPolyMeshViews(ZAlembicArrayView* points, ZAlembicArrayVi
                                       ZAlembicArrayView* connections, ZMatrix* worldMatrix, int sample) const {
     if (!_archive || !isPolyMesh()) return false;
     const Archive& a = *_archive;
-    const ogawa::Group gg = meshGeometry(a, _group);
+    const ogawa::Group gg = geometryCompound(a, _group);
     const Property P = findProperty(a, gg, "P");
     auto view = [&](ZAlembicArrayView* out, const Property& p, int pod, int extent) {
         if (!out) return;

@@ -1,4 +1,4 @@
-// The base library's Alembic reader: archives, objects, their transforms and meshes.
+// The base library's Alembic reader: archives, objects, their transforms, meshes and curves.
 #include <nanobind/stl/optional.h>
 #include <nanobind/stl/tuple.h>
 #include <nanobind/stl/vector.h>
@@ -13,6 +13,31 @@ using namespace Ulmex;
 namespace gcpy {
 
 void bindAlembic(nb::module_& m) {
+    nb::class_<ZAlembicCurves> curves(m, "ZAlembicCurves", doc("ZAlembicCurves"));
+    curves.def(nb::init<>())
+        .def_rw("type", &ZAlembicCurves::type, doc("ZAlembicCurves.type"))
+        .def_rw("wrap", &ZAlembicCurves::wrap, doc("ZAlembicCurves.wrap"))
+        .def_rw("basis", &ZAlembicCurves::basis, doc("ZAlembicCurves.basis"))
+        .def_rw("worldMatrix", &ZAlembicCurves::worldMatrix, doc("ZAlembicCurves.worldMatrix"))
+        .def("clear", [](ZAlembicCurves& c) { refuseIfViewed(c, "clear"); c.clear(); }, doc("ZAlembicCurves.clear"))
+        .def("__repr__", [](const ZAlembicCurves& c) {
+            return "<ZAlembicCurves " + std::to_string(c.counts.size()) + " curves, " + std::to_string(c.points.size()) +
+                   " points>";
+        });
+    arrayField(curves, "points", &ZAlembicCurves::points, "ZAlembicCurves.points");
+    arrayField(curves, "counts", &ZAlembicCurves::counts, "ZAlembicCurves.counts");
+    arrayField(curves, "widths", &ZAlembicCurves::widths, "ZAlembicCurves.widths");
+    arrayField(curves, "uvs", &ZAlembicCurves::uvs, "ZAlembicCurves.uvs");
+    arrayField(curves, "ids", &ZAlembicCurves::ids, "ZAlembicCurves.ids");
+    for (const auto& [name, value] : std::initializer_list<std::pair<const char*, int>>{
+             {"kCubic", ZAlembicCurves::kCubic}, {"kLinear", ZAlembicCurves::kLinear},
+             {"kVariableOrder", ZAlembicCurves::kVariableOrder}, {"kNonPeriodic", ZAlembicCurves::kNonPeriodic},
+             {"kPeriodic", ZAlembicCurves::kPeriodic}, {"kNoBasis", ZAlembicCurves::kNoBasis},
+             {"kBezier", ZAlembicCurves::kBezier}, {"kBSpline", ZAlembicCurves::kBSpline},
+             {"kCatmullRom", ZAlembicCurves::kCatmullRom}, {"kHermite", ZAlembicCurves::kHermite},
+             {"kPower", ZAlembicCurves::kPower}})
+        curves.attr(name) = value;
+
     nb::class_<ZAlembicObject>(m, "ZAlembicObject", "An object of an Alembic archive; it keeps its file open.")
         .def(nb::init<>())
         .def("name", &ZAlembicObject::name, doc("ZAlembicObject.name"))
@@ -71,6 +96,23 @@ void bindAlembic(nb::module_& m) {
             "(points, velocities, counts, connections, box, worldMatrix, uvs, uvIndices) of a PolyMesh at the "
             "sample, or None for an object that is not a polygon mesh. As the C++ reader: uvs holds two floats per "
             "value; plain UVs come with the indices 0, 1, 2, ...")
+        .def("isCurves", &ZAlembicObject::isCurves, doc("ZAlembicObject.isCurves"))
+        .def(
+            "getCurvesData",
+            [](const ZAlembicObject& o, int sample) -> std::optional<ZAlembicCurves> {
+                ZAlembicCurves c;
+                bool ok;
+                {
+                    nb::gil_scoped_release unlocked;
+                    ok = o.getCurvesData(c, sample);
+                }
+                if (!ok) return std::nullopt;
+                return c;
+            },
+            nb::arg("sample"),
+            "A ZAlembicCurves of the object's curves at the sample, or None for an object that is not curves. Points "
+            "and counts that do not add up read as no curves; the world matrix is the one above the curves, as for "
+            "a mesh.")
         .def("schema", &ZAlembicObject::schema, doc("ZAlembicObject.schema"))
         .def("numSamples", &ZAlembicObject::numSamples, doc("ZAlembicObject.numSamples"))
         .def("sampleTime", &ZAlembicObject::sampleTime, nb::arg("sample"), doc("ZAlembicObject.sampleTime"))

@@ -17,6 +17,7 @@ half frames under a transform sampled on whole frames, and a subdivision surface
 a body.
 wide.abc: 10,000 sibling transforms under the first top-level object, one with a mesh.
 rigid.abc: meshes stored once under transforms sampled every frame, as Blender writes them.
+curves.abc: groom guides as DCCs write them (see write_curves).
 archive_version_1.abc: body.abc with an archive version no release of Alembic writes.
 """
 import math
@@ -298,6 +299,85 @@ def write_rigid(path, frames=24):
     del keep
 
 
+def curves(parent, name, tsi, frames, counts, kind, wrap, basis, widths=None, width_indices=None, uvs=None, ids=None):
+    """Curves with one sample per entry of `frames` (point lists); widths (indexed when
+    width_indices are given) and uvs (per curve) by the scope their count implies; ids as an
+    int32 geometry parameter "id" per curve."""
+    c = AbcGeom.OCurves(parent, name, tsi)
+    schema = c.getSchema()
+    n_points = len(frames[0])
+
+    def scope(n):
+        return (AbcGeom.GeometryScope.kConstantScope if n == 1 else
+                AbcGeom.GeometryScope.kUniformScope if n == len(counts) else AbcGeom.GeometryScope.kVertexScope)
+
+    if widths is None:
+        width = AbcGeom.OFloatGeomParamSample()
+    else:
+        vals = imath.FloatArray(len(widths))
+        for i, w in enumerate(widths):
+            vals[i] = w
+        n = len(width_indices) if width_indices is not None else len(widths)
+        width = (AbcGeom.OFloatGeomParamSample(vals, uints(width_indices), scope(n)) if width_indices is not None
+                 else AbcGeom.OFloatGeomParamSample(vals, scope(n)))
+    uv = AbcGeom.OV2fGeomParamSample(v2f(uvs), scope(len(uvs))) if uvs is not None else AbcGeom.OV2fGeomParamSample()
+    id_param = None
+    if ids is not None:
+        id_param = AbcGeom.OInt32GeomParam(schema.getArbGeomParams(), "id", False, AbcGeom.GeometryScope.kUniformScope, 1)
+    for k, pts in enumerate(frames):
+        assert len(pts) == n_points
+        sample = AbcGeom.OCurvesSchemaSample(v3f(pts), ints(counts), kind, wrap, width, uv, AbcGeom.ON3fGeomParamSample(),
+                                             basis)
+        schema.set(sample)
+        if id_param is not None:
+            id_param.set(AbcGeom.OInt32GeomParamSample(ints(ids), AbcGeom.GeometryScope.kUniformScope))
+    return c
+
+
+def write_curves(path):
+    """Groom guides as DCCs hand them over.
+    /guidesXf/blenderHair: catmull-rom curves pinned at both ends (first and last points
+    doubled) with a width per point and the root's uv per curve, three samples, under a
+    transform animated over three frames (as Blender writes hair curves);
+    /cubic: b-spline curves with indexed widths per curve and an id per curve;
+    /staticXf/linear: periodic linear curves with one width for all, under a scaled transform;
+    /staticXf/badCounts: counts that do not add up to the points."""
+    archive = Abc.OArchive(path)
+    top = archive.getTop()
+    tsi = archive.addTimeSampling(AbcCoreAbstract.TimeSampling(1.0 / FPS, 1.0 / FPS))
+    keep = [top, archive]
+
+    def strand(x, z, n, sway):
+        return [(x + sway * (j / (n - 1)) ** 2, 0.1 * j, z) for j in range(n)]
+
+    def pinned(pts):
+        return [pts[0]] + pts + [pts[-1]]
+
+    hair = []
+    for k in range(3):
+        pts = []
+        for i, n in enumerate((4, 6, 5)):
+            pts += pinned(strand(0.25 * i, 0.1 * i, n, 0.05 * k))
+        hair.append(pts)
+    counts = [6, 8, 7]
+    guides = xform(top, "guidesXf", tsi, [trs((0, 0.5 * k, 0), (0, 10 * k, 0), (1, 1, 1)) for k in range(3)])
+    widths = [0.01 - 0.0005 * j for j in range(sum(counts))]
+    keep += [guides, curves(guides, "blenderHair", tsi, hair, counts, AbcGeom.CurveType.kCubic,
+                            AbcGeom.CurvePeriodicity.kNonPeriodic, AbcGeom.BasisType.kCatmullromBasis,
+                            widths=widths, uvs=[(0.1, 0.2), (0.3, 0.4), (0.5, 0.75)])]
+    cubic = strand(1, 0, 4, 0.2) + strand(1.5, 0, 7, -0.1)
+    keep.append(curves(top, "cubic", tsi, [cubic], [4, 7], AbcGeom.CurveType.kCubic,
+                       AbcGeom.CurvePeriodicity.kNonPeriodic, AbcGeom.BasisType.kBsplineBasis,
+                       widths=[0.02, 0.03], width_indices=[1, 0], ids=[17, 4]))
+    still = xform(top, "staticXf", tsi, [trs((1, 2, 3), (0, 0, 30), (2, 2, 2))])
+    ring = [(0, 0, 0), (1, 0, 0), (1, 1, 0), (0, 1, 0)]
+    keep += [still, curves(still, "linear", tsi, [ring + ring[::-1]], [4, 4], AbcGeom.CurveType.kLinear,
+                           AbcGeom.CurvePeriodicity.kPeriodic, AbcGeom.BasisType.kNoBasis, widths=[0.5]),
+             curves(still, "badCounts", tsi, [ring], [3, 3], AbcGeom.CurveType.kLinear,
+                    AbcGeom.CurvePeriodicity.kNonPeriodic, AbcGeom.BasisType.kNoBasis)]
+    del keep
+
+
 def write_archive_version(source, path, version):
     """A copy of `source` whose archive version (the first data of the root group) is
     `version`: the real library refuses any but the one it writes."""
@@ -320,4 +400,5 @@ if __name__ == "__main__":
     write_dcc(os.path.join(out, "dcc.abc"))
     write_wide(os.path.join(out, "wide.abc"))
     write_rigid(os.path.join(out, "rigid.abc"))
+    write_curves(os.path.join(out, "curves.abc"))
     write_archive_version(os.path.join(out, "body.abc"), os.path.join(out, "archive_version_1.abc"), 1)

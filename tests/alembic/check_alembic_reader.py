@@ -1,7 +1,8 @@
 """groomcore's Alembic reader against the real Alembic library on the same files: every
 object (name, full path, child count, schema), every transform's op channels by type,
 every mesh's positions, velocities, face counts and indices, self bounds and UVs bit for
-bit, and the world matrix above each mesh, at every sample index and one past the last
+bit, every curves object's points, counts, widths, UVs, ids, type, wrap and basis, and the
+world matrix above each shape, at every sample index and one past the last
 (each transform above at the time of the mesh sample read); and files the real library
 refuses are refused.
 
@@ -105,18 +106,50 @@ def expected(path, samples):
                 else:  # matrix ops, pivots: the T Rz Ry Rx S we give must rebuild the matrix
                     m = np.array([[sample.getMatrix()[i][j] for j in range(4)] for i in range(4)]).T
                     out.append(("xfm", obj.getFullName(), s, m))
+            name = obj.getFullName()
+            what = "curves" if AbcGeom.ICurves.matches(md) else "mesh"
+
+            def floats(key, values, width):
+                flat = [c for p in values for c in (p if width > 1 else [p])] if values is not None else []
+                out.append("%s %s %d %s %d%s" % (what, name, s, key, len(flat), "".join(" " + b for b in bits(flat))))
+
+            def ints(key, values):
+                out.append("%s %s %d %s %d%s" % (what, name, s, key, len(values), "".join(" %d" % x for x in values)))
+
+            if AbcGeom.ICurves.matches(md):
+                schema_ = AbcGeom.ICurves(obj, Abc.WrapExistingFlag.kWrapExisting).getSchema()
+                v = schema_.getValue(selector(s))
+                pts, counts = [(p.x, p.y, p.z) for p in v.getPositions()], list(v.getCurvesNumVertices())
+                if any(c < 0 for c in counts) or sum(counts) != len(pts):
+                    pts, counts = [], []  # points and counts that disagree are no curves
+                w = schema_.getWidthsParam()
+                widths = list(w.getExpandedValue(selector(s)).getVals()) if w.valid() else []
+                if len(widths) not in (1, len(counts), len(pts)):
+                    widths = []
+                uv = schema_.getUVsParam()
+                uvs = [(q.x, q.y) for q in uv.getExpandedValue(selector(s)).getVals()] if uv.valid() else []
+                if len(uvs) not in (len(counts), len(pts)):
+                    uvs = []
+                ids = []
+                arb = schema_.getArbGeomParams()
+                for key in ("id", "ids"):
+                    if arb.valid() and arb.getPropertyHeader(key) is not None:
+                        ids = list(AbcGeom.IInt32GeomParam(arb, key).getExpandedValue(selector(s)).getVals())
+                        if len(ids) == len(counts):
+                            break
+                        ids = []
+                floats("P", pts, 3)
+                ints("C", counts)
+                floats("W", widths, 1)
+                floats("UV", uvs, 2)
+                ints("ID", ids)
+                ints("T", [int(v.getType()), int(v.getWrap()), int(v.getBasis())])
+                out.append(("world", name, s, world_above(obj, schema_, s)))
+                continue
             if not AbcGeom.IPolyMesh.matches(md):
                 continue
             schema_ = AbcGeom.IPolyMesh(obj, Abc.WrapExistingFlag.kWrapExisting).getSchema()
             v = schema_.getValue(selector(s))
-            name = obj.getFullName()
-
-            def floats(key, values, width):
-                flat = [c for p in values for c in (p if width > 1 else [p])] if values is not None else []
-                out.append("mesh %s %d %s %d%s" % (name, s, key, len(flat), "".join(" " + b for b in bits(flat))))
-
-            def ints(key, values):
-                out.append("mesh %s %d %s %d%s" % (name, s, key, len(values), "".join(" %d" % x for x in values)))
 
             floats("P", [(p.x, p.y, p.z) for p in v.getPositions()], 3)
             vel = v.getVelocities()
@@ -137,35 +170,37 @@ def expected(path, samples):
                 vals, idx = [], []
             floats("UV", vals, 2)
             ints("UVI", idx)
-            # The world matrix above the mesh: Alembic's matrices are for row vectors, the
-            # parent's on the right; ours is for column vectors, the parent's on the left.
-            # Each transform at the time of the mesh sample read (the last one past the end),
-            # as time-based reads take it.
-            # The time of sample s of the mesh's sampling: past its last stored sample for
-            # uniform and cyclic samplings (a mesh stored once under animated transforms),
-            # the last stored time for an acyclic one.
-            ts = schema_.getTimeSampling()
-            acyclic = ts.getTimeSamplingType().isAcyclic()
-            mesh_time = ts.getSampleTime(min(s, ts.getNumStoredTimes() - 1) if acyclic else s)
-            w = np.identity(4)
-            parent = obj.getParent()
-            while parent and parent.getFullName() != "/":
-                if AbcGeom.IXform.matches(parent.getMetaData()):
-                    xs = AbcGeom.IXform(parent, Abc.WrapExistingFlag.kWrapExisting).getSchema()
-                    sample = xs.getValue(Abc.ISampleSelector(mesh_time))
-                    local = np.array([[sample.getMatrix()[i][j] for j in range(4)] for i in range(4)])
-                    w = w @ local
-                    if not sample.getInheritsXforms():
-                        break
-                parent = parent.getParent()
-            out.append(("world", name, s, w.T.ravel()))
+            out.append(("world", name, s, world_above(obj, schema_, s)))
     return out
+
+
+def world_above(obj, schema, s):
+    """The world matrix above a shape: Alembic's matrices are for row vectors, the parent's
+    on the right; ours is for column vectors, the parent's on the left. Each transform at the
+    time of the shape's sample s (the last one past the end), as time-based reads take it:
+    past its last stored sample for uniform and cyclic samplings (a shape stored once under
+    animated transforms), the last stored time for an acyclic one."""
+    ts = schema.getTimeSampling()
+    acyclic = ts.getTimeSamplingType().isAcyclic()
+    shape_time = ts.getSampleTime(min(s, ts.getNumStoredTimes() - 1) if acyclic else s)
+    w = np.identity(4)
+    parent = obj.getParent()
+    while parent and parent.getFullName() != "/":
+        if AbcGeom.IXform.matches(parent.getMetaData()):
+            xs = AbcGeom.IXform(parent, Abc.WrapExistingFlag.kWrapExisting).getSchema()
+            sample = xs.getValue(Abc.ISampleSelector(shape_time))
+            local = np.array([[sample.getMatrix()[i][j] for j in range(4)] for i in range(4)])
+            w = w @ local
+            if not sample.getInheritsXforms():
+                break
+        parent = parent.getParent()
+    return w.T.ravel()
 
 
 def main():
     dump, fixtures = sys.argv[1], sys.argv[2]
     failures = 0
-    files = ("scene.abc", "body.abc", "leaf.abc", "dcc.abc", "wide.abc", "rigid.abc")
+    files = ("scene.abc", "body.abc", "leaf.abc", "dcc.abc", "wide.abc", "rigid.abc", "curves.abc")
     for f in files:
         path = os.path.join(fixtures, f)
         samples = SAMPLES_OF.get(f, SAMPLES)

@@ -84,11 +84,17 @@ TEST(AlembicReader, RefusesWhatItCannotReadAndAnswersOnlyForItsSchema) {
     EXPECT_EQ(leaves.length(), 6);  // five shapes and the childless armBody
 }
 
-TEST(AlembicReader, DamagedFilesAreSurvivedWithinTheirSize) {
+// Meshes and transforms (scene.abc), and curves with plain and indexed geometry parameters
+// (curves.abc), damaged every way below.
+class AlembicDamage : public testing::TestWithParam<const char*> {};
+INSTANTIATE_TEST_SUITE_P(AlembicReader, AlembicDamage, testing::Values("scene.abc", "curves.abc"),
+                         [](const testing::TestParamInfo<const char*>& p) { return std::string(p.param).substr(0, 5); });
+
+TEST_P(AlembicDamage, DamagedFilesAreSurvivedWithinTheirSize) {
     testutil::TempDir tmp;
-    const std::vector<char> good = testutil::readBytes(fixture("scene.abc"));
+    const std::vector<char> good = testutil::readBytes(fixture(GetParam()));
     ASSERT_GT(good.size(), 1000u);
-    const size_t intact = testutil::readWholeArchive(fixture("scene.abc"));
+    const size_t intact = testutil::readWholeArchive(fixture(GetParam()));
     ASSERT_GT(intact, 100u);
     const std::string path = tmp.file("bad.abc");
     size_t worst = 0;

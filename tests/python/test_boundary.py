@@ -491,6 +491,37 @@ mesh.getSchema().set(AbcGeom.OPolyMeshSchemaSample(p, idx, cnt))
     assert np.allclose(moved, [0, 11, 23])  # the world matrix's translation follows the frame
 
 
+def test_curves_come_in_from_alembic_as_the_real_library_reads_them(root: Path, tmp_path: Path) -> None:
+    """Groom guides as Blender writes them (pinned catmull-rom, a width per point, under an
+    animated transform), b-splines with indexed widths and ids, periodic linear curves."""
+    subprocess.run([sys.executable, root / "tests" / "alembic" / "abc_scenes.py", tmp_path], check=True)
+    from alembic3d import Abc, AbcGeom
+
+    theirs = Abc.IArchive(str(tmp_path / "curves.abc"))
+    archive = gc.ZAlembicArchive()
+    assert archive.open(str(tmp_path / "curves.abc"))
+    for path, sample in (("/guidesXf/blenderHair", 2), ("/cubic", 0), ("/staticXf/linear", 0)):
+        obj = archive.topObject()
+        for name in path.strip("/").split("/"):
+            obj = next(c for c in (obj.getChild(i) for i in range(obj.numChildren())) if c and c.name() == name)
+        assert obj.isCurves() and not obj.isPolyMesh()
+        c = obj.getCurvesData(sample)
+        assert c is not None
+        ref = theirs.getTop()
+        for name in path.strip("/").split("/"):
+            ref = ref.getChild(name)
+        schema = AbcGeom.ICurves(ref, Abc.WrapExistingFlag.kWrapExisting).getSchema()
+        at = Abc.ISampleSelector(requestedIndex=sample)
+        v = schema.getValue(at)
+        assert np.array_equal(c.points, np.array([(p.x, p.y, p.z) for p in v.getPositions()], np.float32))
+        assert c.counts.tolist() == list(v.getCurvesNumVertices())
+        assert c.widths.tolist() == list(np.float32(list(schema.getWidthsParam().getExpandedValue(at).getVals())))
+        assert (c.type, c.wrap, c.basis) == (int(v.getType()), int(v.getWrap()), int(v.getBasis()))
+    guides = archive.topObject().getChild(0)
+    assert guides is not None and guides.getCurvesData(0) is None  # a transform has no curves
+    assert (c.type, c.wrap, c.basis) == (gc.ZAlembicCurves.kLinear, gc.ZAlembicCurves.kPeriodic, 0)
+
+
 def test_every_class_and_callable_has_a_docstring_that_speaks_python() -> None:
     """A docstring key the headers do not document, a class or a callable without a
     docstring, or a docstring in the headers' C++ terms fails here."""

@@ -1,5 +1,5 @@
 // Everything a host can ask of an Alembic file, so that a damaged one is read all the way
-// through: every object's transform and mesh at three samples, its fans, and a rebinding
+// through: every object's transform, mesh and curves at three samples, its fans, and a rebinding
 // of three strands to it at one sample. Shared by the reader's tests and its fuzz target.
 #pragma once
 
@@ -35,6 +35,9 @@ inline size_t readWholeArchive(const std::string& path) {
                 values += P.size() + C.size() + I.size() + UV.size() + getv012(C, I).size() + getuvs(C, UV, UVI).size();
                 ReverseConnections(C, I);
             }
+            ZAlembicCurves guides;
+            if (all[i].getCurvesData(guides, sample))
+                values += guides.points.size() + guides.widths.size() + guides.uvs.size() + guides.ids.size();
         }
         ZCurves curves;
         curves.numCVs = {2, 2, 2};
