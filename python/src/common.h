@@ -282,6 +282,7 @@ void bindStrands(nb::module_& m);
 void bindModifiers(nb::module_& m);
 void bindFeathers(nb::module_& m);
 void bindCache(nb::module_& m);
+void bindToolkit(nb::module_& m);
 void bindUsd(nb::module_& m);
 
 } // namespace gcpy

@@ -265,6 +265,7 @@ NB_MODULE(_groomcore, m) {
     gcpy::bindModifiers(m);
     gcpy::bindFeathers(m);
     gcpy::bindCache(m);
+    gcpy::bindToolkit(m);
     gcpy::bindUsd(m);
     m.def(
         "_undocumented", [] { return gcpy::undocumentedKeys(); },

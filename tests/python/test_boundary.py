@@ -522,6 +522,45 @@ def test_curves_come_in_from_alembic_as_the_real_library_reads_them(root: Path, 
     assert (c.type, c.wrap, c.basis) == (gc.ZAlembicCurves.kLinear, gc.ZAlembicCurves.kPeriodic, 0)
 
 
+def test_guides_from_alembic_become_a_groom_that_bakes(root: Path, tmp_path: Path) -> None:
+    """Blender-style guides read from Alembic, a body, the toolkit: a groom the core bakes."""
+    subprocess.run([sys.executable, root / "tests" / "alembic" / "abc_scenes.py", tmp_path], check=True)
+    archive = gc.ZAlembicArchive()
+    assert archive.open(str(tmp_path / "curves.abc"))
+    xf = archive.topObject().getChild(0)
+    assert xf is not None
+    shape = xf.getChild(0)
+    assert shape is not None
+    guides = shape.getCurvesData(0)
+    assert guides is not None and guides.counts.tolist() == [6, 8, 7]
+    # A ground plane under the roots (the guides stand on y = 0, x from 0 to 0.5).
+    body = gc.ZTriMesh()
+    body.points = np.array([[-1, 0, -1], [2, 0, -1], [-1, 0, 2], [2, 0, 2]], np.float32)
+    body.v012 = np.array([[0, 2, 1], [1, 2, 3]], np.int32)
+    body.uvs = np.array([[0, 0, 0], [0, 1, 0], [1, 0, 0], [1, 0, 0], [0, 1, 0], [1, 1, 0]], np.float32)
+    frames = gc.ZBodyFrames()
+    assert frames.build(body)
+    follicles, strands = gc.ZFollicles(), gc.ZCurves()
+    groom = gc.ZGroomFromCurves()
+    assert groom.build(guides, body, frames.compute(body), follicles, strands), groom.message
+    assert strands.numCVs.tolist() == [4, 6, 5]  # pinned ends dropped
+    assert follicles.rwh.tolist() == list(np.float32(guides.widths[[1, 7, 15]]))
+    assert np.allclose(follicles.axs[:, 3], [0, 1, 0])  # the plane's normal
+    assert float(groom.farthestRoot) < 1e-6
+
+    cache = gc.ZCacheData()
+    cache.nodeName, cache.follicles, cache.curves = "guides", follicles, strands
+    cache.boundingBox = strands.boundingBox(False, True)
+    (tmp_path / "cache").mkdir()
+    assert cache.bakeStaticData(str(tmp_path / "cache")) and cache.bakePerFrameData(str(tmp_path / "cache"), 1.0)
+
+    far = gc.ZGroomFromCurves()
+    far.maxRootDistance = 0.0
+    guides.worldMatrix = gc.ZMatrix(np.array([[1, 0, 0, 0], [0, 1, 0, 0.5], [0, 0, 1, 0], [0, 0, 0, 1]], np.float32))
+    assert not far.build(guides, body, frames.compute(body), follicles, strands)
+    assert far.message.startswith("3 of 3 curve roots lie farther than 0 from the body (the farthest 0.5")
+
+
 def test_every_class_and_callable_has_a_docstring_that_speaks_python() -> None:
     """A docstring key the headers do not document, a class or a callable without a
     docstring, or a docstring in the headers' C++ terms fails here."""

@@ -1,0 +1,110 @@
+// The host toolkit: body frames, roots projected onto a body, grooms from curves.
+#include <nanobind/stl/optional.h>
+#include <nanobind/stl/tuple.h>
+
+#include "common.h"
+#include "toolkit/ZBodyFrames.h"
+#include "toolkit/ZGroomFromCurves.h"
+#include "toolkit/ZRootProjector.h"
+#include "validate.h"
+
+using namespace Ulmex;
+
+namespace gcpy {
+
+void bindToolkit(nb::module_& m) {
+    nb::class_<ZBodyFrames>(m, "ZBodyFrames", doc("ZBodyFrames"))
+        .def(nb::init<>())
+        .def(
+            "build",
+            [](ZBodyFrames& b, const ZTriMesh& body) {
+                const Unlocked unlocked("build", {writing(b), reading(body)});
+                return b.build(body);
+            },
+            nb::arg("body"), doc("ZBodyFrames.build"))
+        .def(
+            "compute",
+            [](const ZBodyFrames& b, const ZTriMesh& body) -> nb::object {
+                ZAxisArray frames;
+                bool ok;
+                {
+                    const Unlocked unlocked("compute", {reading(b), reading(body)});
+                    ok = b.compute(body, frames);
+                }
+                if (!ok) throw nb::value_error("compute: the body's triangles or point count differ from build's");
+                return owned(std::move(frames));
+            },
+            nb::arg("body"),
+            nb::sig("def compute(self, body: ZTriMesh) -> numpy.typing.NDArray[numpy.float32]"),
+            "The body's per-vertex frames, an (n, 4, 3) array of origin, x, y and z axes (the vertexAxes "
+            "ZFollicles.updateAxes takes). Raises ValueError for a body whose triangles or point count differ from "
+            "the one build learnt.");
+
+    nb::class_<ZRootProjector>(m, "ZRootProjector", doc("ZRootProjector"))
+        .def(nb::init<>())
+        .def(
+            "build",
+            [](ZRootProjector& p, const ZTriMesh& body) {
+                const Unlocked unlocked("build", {writing(p), reading(body)});
+                return p.build(body);
+            },
+            nb::arg("body"), doc("ZRootProjector.build"))
+        .def("numTriangles", &ZRootProjector::numTriangles, "The number of triangles build learnt.")
+        .def(
+            "nearest",
+            [](const ZRootProjector& p, const ZVector& point) -> nb::object {
+                ZTuple<3, float> w;
+                float d = 0.f;
+                const int t = p.nearest(point, w, d);
+                if (t < 0) return nb::none();
+                return nb::make_tuple(t, nb::make_tuple(w[0], w[1], w[2]), d);
+            },
+            nb::arg("point"),
+            "(triangle, (b0, b1, b2), distance) of the point of the body nearest `point`, or None before a "
+            "successful build or for a point that is not finite.")
+        .def(
+            "project",
+            [](const ZRootProjector& p, nb::handle points, ZFollicles& f) -> nb::object {
+                ZVectorArray pts;
+                assign(pts, points, "points");
+                refuseIfViewed(f, "project");
+                ZFloatArray distances;
+                bool ok;
+                {
+                    const Unlocked unlocked("project", {reading(p), writing(f)});
+                    ok = p.project(pts, f, &distances);
+                }
+                if (!ok) throw nb::value_error("project: no body built, or a point that is not finite");
+                return owned(std::move(distances));
+            },
+            nb::arg("points"), nb::arg("follicles"),
+            nb::sig("def project(self, points: numpy.typing.NDArray[numpy.float32], follicles: ZFollicles) -> "
+                    "numpy.typing.NDArray[numpy.float32]"),
+            "One root per point: fills tgl, bcc, uvw and nmp of `follicles` and returns how far each point lies "
+            "from the body. Raises ValueError before a successful build or for a point that is not finite.");
+
+    nb::class_<ZGroomFromCurves>(m, "ZGroomFromCurves", doc("ZGroomFromCurves"))
+        .def(nb::init<>())
+        .def_rw("maxRootDistance", &ZGroomFromCurves::maxRootDistance, doc("ZGroomFromCurves.maxRootDistance"))
+        .def_rw("defaultWidth", &ZGroomFromCurves::defaultWidth, doc("ZGroomFromCurves.defaultWidth"))
+        .def_ro("message", &ZGroomFromCurves::message, doc("ZGroomFromCurves.message"))
+        .def_ro("farthestRoot", &ZGroomFromCurves::farthestRoot, doc("ZGroomFromCurves.farthestRoot"))
+        .def(
+            "build",
+            [](ZGroomFromCurves& g, const ZAlembicCurves& curves, const ZTriMesh& body, nb::handle frames,
+               ZFollicles& f, ZCurves& strands) {
+                ZAxisArray axes;
+                assign(axes, frames, "frames");
+                checkTriMesh(body, "build");
+                refuseIfViewed(f, "build");
+                refuseIfViewed(strands, "build");
+                const Unlocked unlocked("build", {writing(g), reading(curves), reading(body), writing(f), writing(strands)});
+                return g.build(curves, body, axes, f, strands);
+            },
+            nb::arg("curves"), nb::arg("body"), nb::arg("frames"), nb::arg("follicles"), nb::arg("strands"),
+            nb::sig("def build(self, curves: ZAlembicCurves, body: ZTriMesh, frames: numpy.typing.NDArray[numpy.float32], "
+                    "follicles: ZFollicles, strands: ZCurves) -> bool"),
+            doc("ZGroomFromCurves.build"));
+}
+
+} // namespace gcpy

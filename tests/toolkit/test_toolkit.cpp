@@ -1,0 +1,193 @@
+// The host toolkit: body frames against a sphere's analytic frames, projection against a
+// search of every triangle, grooms from curves, and the same bits at any thread count.
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <cmath>
+#include <cstring>
+
+#include "common/BuiltinGroom.h"
+#include "toolkit/ZBodyFrames.h"
+#include "toolkit/ZGroomFromCurves.h"
+#include "toolkit/ZRootProjector.h"
+
+using namespace Ulmex;
+
+namespace {
+
+template <typename T>
+bool sameBits(const ZArray<T>& a, const ZArray<T>& b) {
+    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(T)) == 0;
+}
+
+template <typename F>
+auto atThreads(int n, F&& f) {
+    const int before = omp_get_max_threads();
+    omp_set_num_threads(n);
+    auto out = f();
+    omp_set_num_threads(before);
+    return out;
+}
+
+// Points spread over space around the unit sphere, from the system hash.
+ZVectorArray scattered(int n, float spread) {
+    ZVectorArray p(static_cast<size_t>(n));
+    for (int i = 0; i < n; ++i) {
+        const uint32_t k = 3u * static_cast<uint32_t>(i);
+        p[i] = ZVector(ZRandomUnit(k) - 0.5f, ZRandomUnit(k + 1u) - 0.5f, ZRandomUnit(k + 2u) - 0.5f) * spread;
+    }
+    return p;
+}
+
+} // namespace
+
+TEST(BodyFrames, FollowTheSphereAndItsLongitudeAtAnyThreadCount) {
+    ZTriMesh body;
+    ZAxisArray analytic;
+    examples::buildSphere(1.f, 24, 48, body, analytic);
+    ZBodyFrames frames;
+    ASSERT_TRUE(frames.build(body));
+    const ZAxisArray one = atThreads(1, [&] { ZAxisArray a; EXPECT_TRUE(frames.compute(body, a)); return a; });
+    ASSERT_EQ(one.length(), body.numVertices());
+    int checked = 0;
+    for (int v = 48; v < body.numVertices() - 48; ++v) {  // the poles' rings have no one longitude
+        if (v % 48 == 0) continue;  // the seam: u jumps from 1 back to 0 across it
+        EXPECT_GT(one[v].zAxis.dot(analytic[v].zAxis), 0.999f) << v;
+        EXPECT_GT(one[v].xAxis.dot(analytic[v].xAxis), 0.99f) << v;
+        EXPECT_NEAR(one[v].xAxis.dot(one[v].zAxis), 0.f, 1e-5f);
+        EXPECT_EQ(one[v].origin, body.points[v]);
+        ++checked;
+    }
+    EXPECT_GT(checked, 1000);
+    for (int t : {2, 64}) {
+        const ZAxisArray other = atThreads(t, [&] { ZAxisArray a; frames.compute(body, a); return a; });
+        EXPECT_TRUE(sameBits(one, other)) << t << " threads";
+    }
+    // Without UVs the x axis still lies in the surface; another topology is refused.
+    ZTriMesh bare = body;
+    bare.uvs.clear();
+    ZAxisArray plain;
+    ASSERT_TRUE(frames.compute(bare, plain));
+    EXPECT_NEAR(plain[100].xAxis.dot(plain[100].zAxis), 0.f, 1e-5f);
+    bare.v012.pop_back();
+    EXPECT_FALSE(frames.compute(bare, plain));
+    ZTriMesh broken = body;
+    broken.v012[0][1] = body.numVertices();
+    EXPECT_FALSE(ZBodyFrames().build(broken));
+}
+
+TEST(RootProjector, FindsTheNearestTriangleExactlyAndPointsOnTheBodyStay) {
+    ZTriMesh body;
+    ZAxisArray analytic;
+    examples::buildSphere(1.f, 16, 32, body, analytic);
+    ZRootProjector projector;
+    ASSERT_TRUE(projector.build(body));
+    // Points in space: the tree's answer is the one a search of every triangle gives.
+    const ZVectorArray points = scattered(3000, 3.f);
+    ZFollicles f;
+    ZFloatArray distances;
+    ASSERT_TRUE(projector.project(points, f, &distances));
+    for (int i = 0; i < points.length(); ++i) {
+        int best = -1;
+        float bestD = 0.f;
+        for (int t = 0; t < body.numTriangles(); ++t) {
+            // A one-triangle body of triangle t gives the distance to it alone.
+            ZTriMesh one;
+            one.points = {body.points[body.v012[t][0]], body.points[body.v012[t][1]], body.points[body.v012[t][2]]};
+            one.v012 = {ZTuple<3, int>(0, 1, 2)};
+            ZRootProjector single;
+            single.build(one);
+            ZTuple<3, float> w;
+            float d = 0.f;
+            single.nearest(points[i], w, d);
+            if (best < 0 || d < bestD) best = t, bestD = d;
+        }
+        // The same distance; another triangle only where two lie at it (a shared corner).
+        ASSERT_EQ(distances[i], bestD) << i;
+        if (i >= 200) break;  // the full search is slow: 200 points are compared with it
+    }
+    // Points on the body come back onto themselves, on their own triangle.
+    ZVectorArray on;
+    ZIntArray where;
+    for (int i = 0; i < 500; ++i) {
+        const int t = static_cast<int>(ZRandomHash(7u * static_cast<uint32_t>(i)) % static_cast<uint32_t>(body.numTriangles()));
+        const float a = 0.1f + 0.3f * ZRandomUnit(7u * i + 1u), b = 0.1f + 0.3f * ZRandomUnit(7u * i + 2u);
+        const ZTuple<3, int>& v = body.v012[t];
+        on.push_back(body.points[v[0]] * (1.f - a - b) + body.points[v[1]] * a + body.points[v[2]] * b);
+        where.push_back(t);
+    }
+    ZFollicles g;
+    ASSERT_TRUE(projector.project(on, g, &distances));
+    for (int i = 0; i < on.length(); ++i) {
+        EXPECT_EQ(g.tgl[i], where[i]) << i;
+        EXPECT_LT(distances[i], 1e-6f);
+        EXPECT_LT((g.nmp[i] - on[i]).length(), 1e-6f);
+        const ZVector uv = body.uvs[3 * where[i]] * g.bcc[i][0] + body.uvs[3 * where[i] + 1] * g.bcc[i][1] +
+                           body.uvs[3 * where[i] + 2] * g.bcc[i][2];
+        EXPECT_EQ(g.uvw[i].x, uv.x);
+    }
+    // The same bits at any thread count; points that are not numbers are refused.
+    for (int t : {1, 2, 64}) {
+        ZFollicles h;
+        atThreads(t, [&] { return projector.project(points, h, nullptr); });
+        EXPECT_TRUE(sameBits(h.tgl, f.tgl) && sameBits(h.bcc, f.bcc) && sameBits(h.nmp, f.nmp)) << t;
+    }
+    ZVectorArray bad = on;
+    bad[3].y = std::nanf("");
+    EXPECT_FALSE(projector.project(bad, g, nullptr));
+    EXPECT_EQ(g.tgl.length(), on.length());  // unchanged
+    EXPECT_FALSE(ZRootProjector().build(ZTriMesh()));
+}
+
+TEST(GroomFromCurves, PinnedGuidesBecomeAGroomOnTheBody) {
+    ZTriMesh body;
+    ZAxisArray analytic;
+    examples::buildSphere(1.f, 16, 32, body, analytic);
+    ZBodyFrames bf;
+    ZAxisArray frames;
+    ASSERT_TRUE(bf.build(body) && bf.compute(body, frames));
+    // Guides as Blender writes them: pinned catmull-rom, a width per point, in an object
+    // space 3 units off along x (the world matrix brings them back onto the body).
+    ZAlembicCurves in;
+    in.type = ZAlembicCurves::kCubic;
+    in.basis = ZAlembicCurves::kCatmullRom;
+    const ZVector roots[3] = {ZVector(0, 1, 0), ZVector(1, 0, 0).normalized(false), ZVector(0, 0.6f, 0.8f)};
+    for (int i = 0; i < 3; ++i) {
+        const int n = 3 + i;
+        for (int j = -1; j <= n; ++j) {
+            const int k = std::min(std::max(j, 0), n - 1);
+            in.points.push_back(roots[i] * (1.f + 0.1f * static_cast<float>(k)) - ZVector(3, 0, 0));
+            in.widths.push_back(0.02f - 0.001f * static_cast<float>(k));
+        }
+        in.counts.push_back(n + 2);
+        in.ids.push_back(40 + i);
+    }
+    in.worldMatrix(0, 3) = 3.f;
+    ZGroomFromCurves g;
+    ZFollicles f;
+    ZCurves strands;
+    ASSERT_TRUE(g.build(in, body, frames, f, strands)) << g.message;
+    ASSERT_EQ(f.numStrands(), 3);
+    for (int i = 0; i < 3; ++i) {
+        const int n = 3 + i;
+        EXPECT_EQ(strands.numCVs[i], n);  // the doubled ends are gone
+        EXPECT_EQ(strands.cvs[strands.start[i]], roots[i] * 1.f - ZVector(3, 0, 0) + ZVector(3, 0, 0));
+        EXPECT_EQ(f.uid[i], 40 + i);
+        EXPECT_EQ(f.rwh[i], 0.02f);
+        EXPECT_FLOAT_EQ(f.twh[i], 0.02f - 0.001f * static_cast<float>(n - 1));
+        EXPECT_NEAR(f.ln0[i], 0.1f * static_cast<float>(n - 1), 1e-5f);
+        EXPECT_LT((f.nmp[i] - roots[i]).length(), 1e-2f);  // on the faceted sphere, near the root
+        EXPECT_GT(f.axs[i].zAxis.dot(roots[i]), 0.99f);
+    }
+    ASSERT_EQ(f.bdi.numSets(), 3);
+    EXPECT_EQ(f.bdi(2, 0), 2);  // its own guide
+    EXPECT_EQ(f.maxLn0, f.ln0[2]);
+    // Roots off the body: how many and how far; nothing else is left behind.
+    in.worldMatrix(0, 3) = 0.f;
+    EXPECT_FALSE(g.build(in, body, frames, f, strands));
+    EXPECT_NE(g.message.find("3 of 3 curve roots lie farther than"), std::string::npos) << g.message;
+    EXPECT_EQ(f.numStrands(), 0);
+    EXPECT_EQ(strands.numCurves(), 0);
+    EXPECT_FALSE(g.build(in, ZTriMesh(), ZAxisArray(), f, strands));
+    EXPECT_NE(g.message.find("no triangles"), std::string::npos) << g.message;
+}
