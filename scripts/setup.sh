@@ -73,7 +73,7 @@ fi
 # The Python package, built from this checkout into .venv (its build tree persists in
 # build/python); built again when any of its sources changed.
 PKG_STAMP="$VENV/.groomcore-package.sha256"
-want="$(cd "$ROOT" && find base strands modifiers feathers cache usd python/src python/groomcore python/tools \
+want="$(cd "$ROOT" && find base strands modifiers feathers cache toolkit usd python/src python/groomcore python/tools \
           python/CMakeLists.txt cmake CMakeLists.txt pyproject.toml scripts/openusd-requirements.txt \
           scripts/openusd_prefix.py -type f -not -name '*.pyc' | LC_ALL=C sort | xargs sha256sum | sha256sum | cut -d' ' -f1)"
 if [ ! -f "$PKG_STAMP" ] || [ "$(cat "$PKG_STAMP")" != "$want" ]; then

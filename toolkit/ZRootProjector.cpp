@@ -85,6 +85,9 @@ bool ZRootProjector::build(const ZTriMesh& body) {
     _nodes.reserve(2 * static_cast<size_t>(t) / kLeafSize + 2);
     _nodes.push_back(Node());
     buildNode(0, t, centres);
+    // The corners again in leaf order, so that a leaf's triangles lie side by side.
+    _leafTris.resize(_order.size());
+    for (size_t i = 0; i < _order.size(); ++i) _leafTris[i] = _tris[_order[i]];
     return true;
 }
 
@@ -145,7 +148,7 @@ int ZRootProjector::nearest(const ZVector& point, ZTuple<3, float>& bcc, float& 
         if (node.count > 0) {
             for (int i = node.first; i < node.first + node.count; ++i) {
                 const int t = _order[i];
-                const Triangle& tri = _tris[t];
+                const Triangle& tri = _leafTris[i];
                 const ZTuple<3, float> w = nearestOnTriangle(point, tri.a, tri.b, tri.c);
                 const float d2 = (blend(tri.a, tri.b, tri.c, w) - point).squaredLength();
                 if (d2 < bestD2 || (d2 == bestD2 && t < best)) best = t, bestD2 = d2, bestW = w;

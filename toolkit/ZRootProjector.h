@@ -42,5 +42,6 @@ private:
     std::vector<Node> _nodes;
     std::vector<int> _order;          // triangle numbers, grouped by leaf
     std::vector<Triangle> _tris;      // corners, by triangle number
+    std::vector<Triangle> _leafTris;  // corners, in the order of _order
     std::vector<Ulmex::ZVector> _uvs; // three per triangle, or none
 };

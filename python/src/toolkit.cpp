@@ -5,6 +5,7 @@
 #include "common.h"
 #include "toolkit/ZBodyFrames.h"
 #include "toolkit/ZGroomFromCurves.h"
+#include "toolkit/ZRootGrower.h"
 #include "toolkit/ZRootProjector.h"
 #include "validate.h"
 
@@ -82,6 +83,39 @@ void bindToolkit(nb::module_& m) {
                     "numpy.typing.NDArray[numpy.float32]"),
             "One root per point: fills tgl, bcc, uvw and nmp of `follicles` and returns how far each point lies "
             "from the body. Raises ValueError before a successful build or for a point that is not finite.");
+
+    nb::class_<ZRootGrower> grower(m, "ZRootGrower", doc("ZRootGrower"));
+    grower.def(nb::init<>())
+        .def_rw("seed", &ZRootGrower::seed, doc("ZRootGrower.seed"))
+        .def_ro("message", &ZRootGrower::message, doc("ZRootGrower.message"))
+        .def_ro_static("kMaxDraws", &ZRootGrower::kMaxDraws, "Draws a root makes before it stays at its last one.")
+        .def(
+            "grow",
+            [](ZRootGrower& g, const ZTriMesh& body, int count, ZFollicles& f, const ZImageMap* densityMap) {
+                refuseIfViewed(f, "grow");
+                const Unlocked unlocked("grow", {writing(g), reading(body), writing(f)});
+                g.densityMap = densityMap;
+                const bool ok = g.grow(body, count, f);
+                g.densityMap = nullptr;
+                return ok;
+            },
+            nb::arg("body"), nb::arg("count"), nb::arg("follicles"), nb::arg("densityMap").none() = nb::none(),
+            "`count` roots on `body` into tgl, bcc, uvw, nmp and uid of `follicles`, by area, pointDensity and "
+            "densityMap (a ZImageMap read through the body's UVs, or None). False, with the reason in message and "
+            "the follicles unchanged, when the body or the density cannot be grown on.")
+        .def(
+            "growByDensity",
+            [](ZRootGrower& g, const ZTriMesh& body, float rootsPerUnitArea, ZFollicles& f, const ZImageMap* densityMap) {
+                refuseIfViewed(f, "growByDensity");
+                const Unlocked unlocked("growByDensity", {writing(g), reading(body), writing(f)});
+                g.densityMap = densityMap;
+                const bool ok = g.growByDensity(body, rootsPerUnitArea, f);
+                g.densityMap = nullptr;
+                return ok;
+            },
+            nb::arg("body"), nb::arg("rootsPerUnitArea"), nb::arg("follicles"), nb::arg("densityMap").none() = nb::none(),
+            doc("ZRootGrower.growByDensity"));
+    arrayField(grower, "pointDensity", &ZRootGrower::pointDensity, "ZRootGrower.pointDensity");
 
     nb::class_<ZGroomFromCurves>(m, "ZGroomFromCurves", doc("ZGroomFromCurves"))
         .def(nb::init<>())

@@ -9,6 +9,7 @@
 #include "common/BuiltinGroom.h"
 #include "toolkit/ZBodyFrames.h"
 #include "toolkit/ZGroomFromCurves.h"
+#include "toolkit/ZRootGrower.h"
 #include "toolkit/ZRootProjector.h"
 
 using namespace Ulmex;
@@ -190,4 +191,100 @@ TEST(GroomFromCurves, PinnedGuidesBecomeAGroomOnTheBody) {
     EXPECT_EQ(strands.numCurves(), 0);
     EXPECT_FALSE(g.build(in, ZTriMesh(), ZAxisArray(), f, strands));
     EXPECT_NE(g.message.find("no triangles"), std::string::npos) << g.message;
+}
+
+namespace {
+
+// A flat body of size x size unit cells (two triangles each) in the xz plane, UVs from the
+// position over the size.
+ZTriMesh grid(int size) {
+    ZTriMesh body;
+    for (int r = 0; r <= size; ++r)
+        for (int c = 0; c <= size; ++c) body.points.push_back(ZVector(float(c), 0.f, float(r)));
+    auto at = [size](int r, int c) { return r * (size + 1) + c; };
+    auto uv = [&](int p) { return ZVector(body.points[p].x / float(size), body.points[p].z / float(size), 0.f); };
+    for (int r = 0; r < size; ++r)
+        for (int c = 0; c < size; ++c)
+            for (const ZTuple<3, int>& t : {ZTuple<3, int>(at(r, c), at(r + 1, c), at(r, c + 1)),
+                                            ZTuple<3, int>(at(r, c + 1), at(r + 1, c), at(r + 1, c + 1))}) {
+                body.v012.push_back(t);
+                for (int k = 0; k < 3; ++k) body.uvs.push_back(uv(t[k]));
+            }
+    return body;
+}
+
+// Pearson's statistic of counts against expected shares.
+double chiSquare(const std::vector<int>& counts, const std::vector<double>& shares, int total) {
+    double sum = 0.0;
+    for (size_t i = 0; i < counts.size(); ++i) {
+        const double e = shares[i] * total;
+        sum += (counts[i] - e) * (counts[i] - e) / e;
+    }
+    return sum;
+}
+
+} // namespace
+
+TEST(RootGrower, FollowsTheDensityAndGivesTheSameRootsForASeed) {
+    const ZTriMesh body = grid(10);
+    ZRootGrower g;
+    g.seed = 7;
+    // A weight rising along x: 1 at x = 0, 4 at x = 10.
+    for (const ZVector& p : body.points) g.pointDensity.push_back(1.f + 0.3f * p.x);
+    const int n = 20000;
+    ZFollicles f;
+    ASSERT_TRUE(g.grow(body, n, f)) << g.message;
+    EXPECT_TRUE(g.message.empty());
+    std::vector<int> columns(10, 0);
+    for (int i = 0; i < n; ++i) {
+        EXPECT_LT((f.nmp[i] - (body.points[body.v012[f.tgl[i]][0]] * f.bcc[i][0] +
+                               body.points[body.v012[f.tgl[i]][1]] * f.bcc[i][1] +
+                               body.points[body.v012[f.tgl[i]][2]] * f.bcc[i][2])).length(), 1e-5f);
+        ++columns[std::min(9, static_cast<int>(f.nmp[i].x))];
+    }
+    // A column's share: the integral of the weight over it, 1 + 0.3 x at its middle.
+    std::vector<double> shares;
+    for (int c = 0; c < 10; ++c) shares.push_back((1.0 + 0.3 * (c + 0.5)) / (10.0 + 0.3 * 50.0));
+    EXPECT_LT(chiSquare(columns, shares, n), 27.9);  // 9 degrees of freedom, p = 0.001
+
+    // The same roots at any thread count, and the first of a larger growth.
+    for (int t : {1, 2, 64}) {
+        ZFollicles h;
+        atThreads(t, [&] { return g.grow(body, n, h); });
+        EXPECT_TRUE(sameBits(h.tgl, f.tgl) && sameBits(h.bcc, f.bcc) && sameBits(h.uvw, f.uvw)) << t;
+    }
+    ZFollicles more;
+    ASSERT_TRUE(g.grow(body, n + 500, more));
+    EXPECT_EQ(std::memcmp(more.bcc.data(), f.bcc.data(), sizeof(f.bcc[0]) * n), 0);
+    g.seed = 8;
+    ZFollicles other;
+    ASSERT_TRUE(g.grow(body, n, other));
+    EXPECT_FALSE(sameBits(other.bcc, f.bcc));
+
+    // A map through the UVs: the left half four times as dense as the right.
+    float pixels[2] = {1.f, 0.25f};
+    ZImageMap map;
+    map.width = 2;
+    map.height = 1;
+    map.numChannels = 1;
+    map.pixels = pixels;
+    g.pointDensity.clear();
+    g.densityMap = &map;
+    ASSERT_TRUE(g.grow(body, n, f));
+    std::vector<int> halves(2, 0);
+    for (int i = 0; i < n; ++i) ++halves[f.uvw[i].x < 0.5f ? 0 : 1];
+    EXPECT_LT(chiSquare(halves, {0.8, 0.2}, n), 10.8);  // 1 degree of freedom, p = 0.001
+    ASSERT_TRUE(g.growByDensity(body, 10.f, f));
+    EXPECT_EQ(f.numStrands(), 625);  // 100 units of area: 50 at 1, 50 at 0.25
+
+    // Refusals say why and change nothing.
+    pixels[0] = pixels[1] = 0.f;
+    EXPECT_FALSE(g.grow(body, 10, f));
+    EXPECT_EQ(g.message, "the density is zero everywhere on the body");
+    EXPECT_EQ(f.numStrands(), 625);
+    g.densityMap = nullptr;
+    g.pointDensity = {1.f};
+    EXPECT_FALSE(g.grow(body, 10, f));
+    EXPECT_NE(g.message.find("pointDensity has 1 weights for 121 points"), std::string::npos) << g.message;
+    EXPECT_FALSE(ZRootGrower().grow(ZTriMesh(), 10, f));
 }
