@@ -5,6 +5,7 @@
 #include "common.h"
 #include "toolkit/ZBodyFrames.h"
 #include "toolkit/ZGroomFromCurves.h"
+#include "toolkit/ZGuideBinder.h"
 #include "toolkit/ZRootGrower.h"
 #include "toolkit/ZRootProjector.h"
 #include "validate.h"
@@ -116,6 +117,22 @@ void bindToolkit(nb::module_& m) {
             nb::arg("body"), nb::arg("rootsPerUnitArea"), nb::arg("follicles"), nb::arg("densityMap").none() = nb::none(),
             doc("ZRootGrower.growByDensity"));
     arrayField(grower, "pointDensity", &ZRootGrower::pointDensity, "ZRootGrower.pointDensity");
+
+    nb::class_<ZGuideBinder>(m, "ZGuideBinder", doc("ZGuideBinder"))
+        .def(nb::init<>())
+        .def_ro("message", &ZGuideBinder::message, doc("ZGuideBinder.message"))
+        .def(
+            "bind",
+            [](ZGuideBinder& b, ZFollicles& f, nb::handle guides) {
+                ZIntArray g;
+                assign(g, guides, "guides");
+                refuseIfViewed(f, "bind");
+                const Unlocked unlocked("bind", {writing(b), writing(f)});
+                return b.bind(f, g);
+            },
+            nb::arg("follicles"), nb::arg("guides"),
+            nb::sig("def bind(self, follicles: ZFollicles, guides: numpy.typing.NDArray[numpy.int32]) -> bool"),
+            doc("ZGuideBinder.bind"));
 
     nb::class_<ZGroomFromCurves>(m, "ZGroomFromCurves", doc("ZGroomFromCurves"))
         .def(nb::init<>())

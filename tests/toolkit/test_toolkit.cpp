@@ -9,6 +9,7 @@
 #include "common/BuiltinGroom.h"
 #include "toolkit/ZBodyFrames.h"
 #include "toolkit/ZGroomFromCurves.h"
+#include "toolkit/ZGuideBinder.h"
 #include "toolkit/ZRootGrower.h"
 #include "toolkit/ZRootProjector.h"
 
@@ -287,4 +288,32 @@ TEST(RootGrower, FollowsTheDensityAndGivesTheSameRootsForASeed) {
     EXPECT_FALSE(g.grow(body, 10, f));
     EXPECT_NE(g.message.find("pointDensity has 1 weights for 121 points"), std::string::npos) << g.message;
     EXPECT_FALSE(ZRootGrower().grow(ZTriMesh(), 10, f));
+}
+
+TEST(GuideBinder, BindsEachStrandToTheGuideNearestItsRoot) {
+    ZFollicles f;
+    for (int i = 0; i < 1000; ++i) {
+        f.tgl.push_back(0);
+        f.nmp.push_back(ZVector(float(i), 0.f, 0.f));
+    }
+    ZIntArray guides;
+    for (int g = 990; g >= 0; g -= 10) guides.push_back(g);  // listed from the far end
+    ZGuideBinder b;
+    ASSERT_TRUE(b.bind(f, guides)) << b.message;
+    ASSERT_EQ(f.bdi.numSets(), 1000);
+    for (int i = 0; i < 1000; ++i) {
+        const int r = i % 10, below = i - r;
+        // Halfway between two guides, the one listed first: the upper one here.
+        const int want = r < 5 ? below : std::min(below + 10, 990);
+        EXPECT_EQ(f.bdi(i, 0), want) << i;
+        EXPECT_EQ(f.bdw(i, 0), 1.f);
+    }
+    ZFollicles again = f;
+    for (int t : {1, 64}) {
+        atThreads(t, [&] { return b.bind(again, guides); });
+        EXPECT_TRUE(again.bdi == f.bdi) << t;
+    }
+    EXPECT_FALSE(b.bind(f, {1000}));
+    EXPECT_EQ(b.message, "guide 1000 is outside the 1000 strands");
+    EXPECT_FALSE(b.bind(f, {}));
 }
