@@ -33,6 +33,8 @@ bool ZGroomFromCurves::build(const ZAlembicCurves& curves, const ZTriMesh& body,
     if (frames.length() != body.numVertices())
         return refuse("the body has " + std::to_string(body.numVertices()) + " points but " +
                       std::to_string(frames.length()) + " frames");
+    if (body.uvs.length() != 3 * body.numTriangles())
+        return refuse("the body has no per-corner UVs (the root frames are blended through them)");
     const int n = curves.counts.length();
     if (n == 0) return refuse("the curves have no points");
 

@@ -28,7 +28,7 @@ public:
     // Builds `follicles` and `strands` from `curves` (their points taken through their
     // world matrix) on `body`, in world space, with `frames` its per-vertex frames (see
     // ZBodyFrames). False, with both left empty and the reason in `message`, for a body
-    // without triangles, frames of another count, curves without points, or roots farther
+    // without triangles or per-corner UVs, frames of another count, curves without points, or roots farther
     // than maxRootDistance from the body (how many, and how far the farthest lies).
     bool build(const Ulmex::ZAlembicCurves& curves, const Ulmex::ZTriMesh& body, const Ulmex::ZAxisArray& frames,
                ZFollicles& follicles, Ulmex::ZCurves& strands);

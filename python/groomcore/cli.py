@@ -6,6 +6,7 @@ export caches to USD, on one machine or over a farm.
     groomcore abc FILE [--body NAME]
     groomcore export-usd CACHE_DIR NAME OUT_BASE --frames A-B [options]
     groomcore assemble CACHE_DIR NAME OUT_BASE --frames A-B [options]
+    groomcore import CURVES_ABC CURVES_PATH BODY_ABC BODY_PATH CACHE_DIR NAME --frames A-B [options]
 
 Errors are one line on stderr; the exit status is 0 only on success (1 for a fault found
 or a failed export, 2 for bad usage, 130 when interrupted).
@@ -261,6 +262,38 @@ def cmd_assemble(args: argparse.Namespace) -> int:
     return 0
 
 
+def cmd_import(args: argparse.Namespace) -> int:
+    from .importer import import_curves
+
+    frames = frame_range(args.frames)
+    if not args.fps > 0:
+        raise UsageError(f"--fps must be above 0, not {args.fps:g}")
+    interactive = sys.stderr.isatty() and not args.quiet
+
+    def progress(done: int, total: int) -> None:
+        if interactive:
+            print(f"\rimporting: {done}/{total} frames", end="" if done < total else "\n", file=sys.stderr)
+
+    t0 = time.perf_counter()
+    count = import_curves(
+        args.curves_file,
+        args.curves_path,
+        args.body_file,
+        args.body_path,
+        Path(args.cache_dir),
+        args.name,
+        frames,
+        fps=args.fps,
+        max_root_distance=-1.0 if args.max_root_distance is None else args.max_root_distance,
+        progress=progress,
+    )
+    print(
+        f"imported {count} curves over {len(frames)} frames into {Path(args.cache_dir) / args.name} "
+        f"in {time.perf_counter() - t0:.1f} s"
+    )
+    return 0
+
+
 # ------------------------------------------------------------------------- parser
 
 
@@ -393,6 +426,29 @@ def parser() -> argparse.ArgumentParser:
     )
     export_args(q)
     q.set_defaults(run=cmd_assemble)
+
+    q = sub.add_parser(
+        "import",
+        help="bake guide curves on a body into a cache",
+        description="Reads curves (an Alembic Curve object: guides exported from Blender, Houdini or Maya) and a "
+        "body (an Alembic polygon mesh), makes a groom of the curves on the body at the first frame (roots projected "
+        "onto it) and bakes every frame into CACHE_DIR/NAME.",
+    )
+    q.add_argument("curves_file", metavar="CURVES_ABC", help="the Alembic file of the curves")
+    q.add_argument("curves_path", metavar="CURVES_PATH", help="the curves' object path, as groomcore abc lists it")
+    q.add_argument("body_file", metavar="BODY_ABC", help="the Alembic file of the body")
+    q.add_argument("body_path", metavar="BODY_PATH", help="the body's polygon mesh path")
+    cache_args(q)
+    q.add_argument("--frames", metavar="A-B", required=True, help="the shot's frames")
+    q.add_argument("--fps", type=float, default=24.0, help="frames per second of the files (default 24)")
+    q.add_argument(
+        "--max-root-distance",
+        type=float,
+        metavar="D",
+        help="refuse curves whose roots lie farther than D from the body (default: 1%% of its bounding box diagonal)",
+    )
+    q.add_argument("--quiet", action="store_true", help="no progress report")
+    q.set_defaults(run=cmd_import)
     return p
 
 

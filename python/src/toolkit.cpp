@@ -3,6 +3,7 @@
 #include <nanobind/stl/tuple.h>
 
 #include "common.h"
+#include "toolkit/ZAlembicBody.h"
 #include "toolkit/ZBodyFrames.h"
 #include "toolkit/ZGroomFromCurves.h"
 #include "toolkit/ZGuideBinder.h"
@@ -15,6 +16,24 @@ using namespace Ulmex;
 namespace gcpy {
 
 void bindToolkit(nb::module_& m) {
+    nb::class_<ZAlembicBody>(m, "ZAlembicBody", doc("ZAlembicBody"))
+        .def_static(
+            "read",
+            [](const ZAlembicObject& mesh, int sample) {
+                ZTriMesh body;
+                ZString why;
+                bool ok;
+                {
+                    nb::gil_scoped_release unlocked;
+                    ok = ZAlembicBody::read(mesh, sample, body, &why);
+                }
+                if (!ok) throw nb::value_error(why.c_str());
+                return body;
+            },
+            nb::arg("mesh"), nb::arg("sample"),
+            "The ZTriMesh of a polygon mesh at the sample, in world space, triangulated as the rebinding binds. "
+            "Raises ValueError, saying why, for an object that is not a polygon mesh or a mesh without triangles.");
+
     nb::class_<ZBodyFrames>(m, "ZBodyFrames", doc("ZBodyFrames"))
         .def(nb::init<>())
         .def(

@@ -475,3 +475,74 @@ def test_a_cache_read_back_whole_from_python_bakes_again_byte_for_byte(cache: Pa
     read = gc.RuvoCacheInfo()
     assert gc.readInfoData(str(tmp_path / "hair"), read) and read.nodeName == "ns"
     assert "  NodeName           ns\n" in run("info", tmp_path, "hair").stdout
+
+
+IMPORT_SCENE = """
+import sys
+import imath
+from alembic3d import Abc, AbcCoreAbstract, AbcGeom
+archive = Abc.OArchive(sys.argv[1])
+ts = archive.addTimeSampling(AbcCoreAbstract.TimeSampling(1.0 / 24, 1.0 / 24))
+def v3f(points):
+    a = imath.V3fArray(len(points))
+    for i, p in enumerate(points):
+        a[i] = imath.V3f(*p)
+    return a
+def ints(values):
+    a = imath.IntArray(len(values))
+    for i, v in enumerate(values):
+        a[i] = v
+    return a
+# A ground plane and guides standing on it, both under a rig that moves up a unit a frame;
+# "stray" guides hover 5 units above it.
+rig = AbcGeom.OXform(archive.getTop(), "rig", ts)
+for k in range(3):
+    s = AbcGeom.XformSample()
+    s.setTranslation(imath.V3d(0, k, 0))
+    rig.getSchema().set(s)
+ground = AbcGeom.OPolyMesh(rig, "ground", ts)
+ground.getSchema().set(AbcGeom.OPolyMeshSchemaSample(
+    v3f([(-1, 0, -1), (2, 0, -1), (2, 0, 2), (-1, 0, 2)]), ints([0, 1, 2, 3]), ints([4])))
+for name, lift in (("guides", 0.0), ("stray", 5.0)):
+    c = AbcGeom.OCurves(rig, name, ts)
+    for k in range(3):
+        pts = []
+        for i in range(3):
+            strand = [(0.5 * i, lift + 0.1 * j, 0.25 * k * (j / 3) ** 2) for j in range(4)]
+            pts += [strand[0]] + strand + [strand[-1]]
+        w = imath.FloatArray(len(pts))
+        for j in range(len(pts)):
+            w[j] = 0.01
+        c.getSchema().set(AbcGeom.OCurvesSchemaSample(
+            v3f(pts), ints([6, 6, 6]), AbcGeom.CurveType.kCubic, AbcGeom.CurvePeriodicity.kNonPeriodic,
+            AbcGeom.OFloatGeomParamSample(w, AbcGeom.GeometryScope.kVertexScope), AbcGeom.OV2fGeomParamSample(),
+            AbcGeom.ON3fGeomParamSample(), AbcGeom.BasisType.kCatmullromBasis))
+"""
+
+
+def test_import_bakes_guides_on_an_alembic_body_and_says_why_it_cannot(tmp_path: Path) -> None:
+    scene = tmp_path / "scene.abc"
+    subprocess.run([sys.executable, "-c", IMPORT_SCENE, scene], check=True)
+    common = [scene, "/rig/ground", tmp_path / "cache", "guides", "--frames", "1-3"]
+    done = run("import", scene, "/rig/guides", *common)
+    assert done.returncode == 0, done.stderr
+    assert done.stdout.startswith("imported 3 curves over 3 frames into ")
+    info = json.loads(run("info", tmp_path / "cache", "guides", "--json").stdout)
+    assert info["frames"] == [1, 2, 3] and info["strands"] == 3
+    # The strands move up with the rig: frame 3's roots lie two units above frame 1's.
+    from groomcore.cachefiles import CacheDir
+
+    cache = CacheDir(tmp_path / "cache", "guides")
+    first, last = cache.read_frame(1)[0], cache.read_frame(3)[0]
+    assert np.allclose(last.cvs[last.start] - first.cvs[first.start], [0, 2, 0])
+    assert run("check", tmp_path / "cache", "guides").returncode == 0
+
+    for args, message in (
+        (["/rig/stray", *common], "frame 1: 3 of 3 curve roots lie farther than"),
+        (["/rig/ground", scene, "/rig/ground", tmp_path / "c2", "g", "--frames", "1-3"], "is not curves"),
+        (["/rig/guides", scene, "/rig/guides", tmp_path / "c2", "g", "--frames", "1-3"], "is not a polygon mesh"),
+        (["/rig/nothing", *common], "has no object /rig/nothing"),
+    ):
+        failed = run("import", scene, *args)
+        assert failed.returncode == 1 and failed.stderr.count("\n") == 1, failed.stderr
+        assert message in failed.stderr, failed.stderr

@@ -1,0 +1,103 @@
+"""`groomcore import`: guide curves from an Alembic file, on a body from an Alembic file,
+baked into a cache directory, frame by frame.
+
+The first frame gives the groom (roots projected onto the body, ids, widths, lengths); every
+frame gives the strands' shape, lengths and root frames on the body as it is then."""
+
+from __future__ import annotations
+
+from collections.abc import Callable
+from pathlib import Path
+
+from . import _groomcore as gc
+from .cachefiles import CacheError
+
+
+def find_object(archive: gc.ZAlembicArchive, path: str) -> gc.ZAlembicObject | None:
+    """The object at an Alembic path ("/guidesXf/guides"), or None."""
+    obj: gc.ZAlembicObject | None = archive.topObject()
+    for name in [p for p in path.split("/") if p]:
+        if obj is None:
+            return None
+        children = (obj.getChild(i) for i in range(obj.numChildren()))
+        obj = next((c for c in children if c is not None and c.name() == name), None)
+    return obj
+
+
+def _open(file: str, path: str, what: str) -> tuple[gc.ZAlembicArchive, gc.ZAlembicObject]:
+    archive = gc.ZAlembicArchive()
+    if not archive.open(file):
+        raise CacheError(f"cannot read {file} as an Alembic archive")
+    obj = find_object(archive, path)
+    if obj is None:
+        raise CacheError(f"{file} has no object {path} (groomcore abc {file} lists them)")
+    if what == "curves" and not obj.isCurves():
+        raise CacheError(f"{path} in {file} is not curves (its schema: {obj.schema() or 'none'})")
+    if what == "body" and not obj.isPolyMesh():
+        raise CacheError(f"{path} in {file} is not a polygon mesh (its schema: {obj.schema() or 'none'})")
+    return archive, obj
+
+
+def import_curves(
+    curves_file: str,
+    curves_path: str,
+    body_file: str,
+    body_path: str,
+    out_dir: Path,
+    name: str,
+    frames: list[int],
+    fps: float = 24.0,
+    max_root_distance: float = -1.0,
+    progress: Callable[[int, int], None] | None = None,
+) -> int:
+    """Bakes the curves on the body into out_dir/name for `frames`; returns the strand count.
+    Raises CacheError with one line for anything that cannot be imported."""
+    keep = [_open(curves_file, curves_path, "curves"), _open(body_file, body_path, "body")]
+    curves_obj, body_obj = keep[0][1], keep[1][1]
+    frame_set = gc.ZBodyFrames()
+    follicles = gc.ZFollicles()
+    cache = gc.ZCacheData()
+    cache.nodeName = name
+    out_dir.mkdir(parents=True, exist_ok=True)
+    count = 0
+    for k, frame in enumerate(frames):
+        try:
+            body = gc.ZAlembicBody.read(body_obj, body_obj.sampleAtFrame(frame, fps))
+        except ValueError as e:
+            raise CacheError(f"frame {frame}: the body {e}") from None
+        if k == 0 and not frame_set.build(body):
+            raise CacheError(f"frame {frame}: the body {body_path} has a triangle naming a missing point")
+        try:
+            axes = frame_set.compute(body)
+        except ValueError:
+            changed = f"the body {body_path} changed its triangles since frame {frames[0]}"
+            raise CacheError(f"frame {frame}: {changed}") from None
+        guides = curves_obj.getCurvesData(curves_obj.sampleAtFrame(frame, fps))
+        if guides is None or len(guides.counts) == 0:
+            raise CacheError(f"frame {frame}: {curves_path} has no curves that can be read")
+        if k > 0 and len(guides.counts) != count:
+            raise CacheError(f"frame {frame}: {len(guides.counts)} curves, but frame {frames[0]} has {count}")
+        groom = gc.ZGroomFromCurves()
+        groom.maxRootDistance = max_root_distance
+        built, strands = gc.ZFollicles(), gc.ZCurves()
+        if not groom.build(guides, body, axes, built, strands):
+            raise CacheError(f"frame {frame}: {groom.message}")
+        if k == 0:
+            follicles, count = built, len(guides.counts)
+            cache.follicles, cache.curves = follicles, strands
+            cache.boundingBox = strands.boundingBox(False, True)
+            if not cache.bakeStaticData(str(out_dir)):
+                raise CacheError(f"cannot write the cache into {out_dir}")
+        else:
+            # The groom of the first frame on this frame's body: its roots stay where they
+            # were bound; shape, lengths and root frames are this frame's.
+            follicles.ln1 = built.ln0
+            follicles.maxLn1 = built.maxLn0
+            follicles.updateAxes(body, axes, True)
+            cache.curves = strands
+            cache.boundingBox = strands.boundingBox(False, True)
+        if not cache.bakePerFrameData(str(out_dir), float(frame)):
+            raise CacheError(f"frame {frame}: cannot write the cache into {out_dir}")
+        if progress:
+            progress(k + 1, len(frames))
+    return count
