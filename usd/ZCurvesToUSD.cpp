@@ -448,28 +448,15 @@ void ZCurvesToUSD::writeGeometryToCurve() {
 
     const ZCurves& c = *curves;
     const int n = c.numCurves(), s = curveStep(high, n, exportRatio), m = n / s;
-    // Sized once and filled in place: a frame of a million strands is hundreds of MB, and
-    // growing it element by element would copy it several times over.
-    size_t total = 0;
-    for (int i = 0, j = 0; j < m && i < n; i += s, ++j) total += c.numCVs[i] > 0 ? size_t(c.numCVs[i]) + 2 : 0;
     // In the arrays of the last call: filled in place once its layer let go of them (a
     // layer still holding them, one gathering every time, keeps its values: resizing then
     // gives these arrays storage of their own).
     VtVec3fArray& points = _scratch.p->points;
     VtVec3fArray& normals = _scratch.p->normals;
-    points.resize(total);
+    curveArrays(high, &points, nullptr, nullptr, nullptr, nullptr);
     normals.resize(writeNormals ? static_cast<size_t>(m) : 0);
-    GfVec3f* out = points.data();
-    for (int i = 0, j = 0; j < m && i < n; i += s, ++j) {
-        const int k = c.numCVs[i];
-        if (k > 0) {
-            const ZVector* p = c.cvs.data() + c.start[i];
-            *out++ = gf(p[0]);
-            for (int q = 0; q < k; ++q) *out++ = gf(p[q]);
-            *out++ = gf(p[k - 1]);
-        }
-        if (writeNormals) normals[static_cast<size_t>(j)] = gf(follicles->axs[i].zAxis);
-    }
+    for (int i = 0, j = 0; writeNormals && j < m && i < n; i += s, ++j)
+        normals[static_cast<size_t>(j)] = gf(follicles->axs[i].zAxis);
     a.set(a.attr(prim, "extent", SdfValueTypeNames->Float3Array),
           VtVec3fArray{gf(boundingBox->minPoint), gf(boundingBox->maxPoint)});
     a.set(a.attr(prim, "points", SdfValueTypeNames->Point3fArray), points);
@@ -480,35 +467,69 @@ void ZCurvesToUSD::writeGeometryToCurve() {
     }
 }
 
+void ZCurvesToUSD::curveArrays(bool h, VtVec3fArray* points, VtIntArray* counts, VtFloatArray* widths,
+                               VtIntArray* strands, VtVec2fArray* st) const {
+    const ZCurves& c = *curves;
+    const int n = c.numCurves(), s = curveStep(h, n, exportRatio), m = n / s;
+    if (points) {
+        // Sized once and filled in place: a frame of a million strands is hundreds of MB,
+        // and growing it element by element would copy it several times over.
+        size_t total = 0;
+        for (int i = 0, j = 0; j < m && i < n; i += s, ++j) total += c.numCVs[i] > 0 ? size_t(c.numCVs[i]) + 2 : 0;
+        points->resize(total);
+        GfVec3f* out = points->data();
+        for (int i = 0, j = 0; j < m && i < n; i += s, ++j) {
+            const int k = c.numCVs[i];
+            if (k <= 0) continue;
+            const ZVector* p = c.cvs.data() + c.start[i];
+            *out++ = gf(p[0]);
+            for (int q = 0; q < k; ++q) *out++ = gf(p[q]);
+            *out++ = gf(p[k - 1]);
+        }
+    }
+    if (!counts && !widths && !strands && !st) return;
+    size_t total = 0;
+    for (int i = 0, j = 0; j < m && i < n; i += s, ++j) total += size_t(std::max(c.numCVs[i], 0)) + 2;
+    for (VtIntArray* a : {counts, strands})
+        if (a) {
+            a->clear();
+            a->reserve(static_cast<size_t>(m));
+        }
+    if (st) {
+        st->clear();
+        st->reserve(static_cast<size_t>(m));
+    }
+    if (widths) {
+        widths->clear();
+        widths->reserve(total);
+    }
+    for (int i = 0, j = 0; j < m && i < n; i += s, ++j) {
+        const int k = c.numCVs[i];
+        if (counts) counts->push_back(k + 2);
+        if (strands) strands->push_back(i);
+        if (st) st->push_back(GfVec2f(follicles->uvw[i].x, follicles->uvw[i].y));
+        if (!widths) continue;
+        const float r = follicles->rwh[i], t = follicles->twh[i];
+        widths->push_back(r);
+        // A straight run from the root width to the tip width (one CV gives 0 / 0).
+        for (int q = 0; q < k; ++q)
+            widths->push_back(t + (r - t) * (1.f - static_cast<float>(q) / static_cast<float>(k - 1)));
+        widths->push_back(t);
+    }
+}
+
 void ZCurvesToUSD::writeAttributeToCurve() {
     Author a(stage, When{true, 0.0});
     name = removeNamespace(name);
     SdfPrimSpecHandle prim = a.definePrim(SdfPath::AbsoluteRootPath().AppendChild(primToken(name)), "BasisCurves");
     a.setDefaultPrim(primName(name));
 
-    const ZCurves& c = *curves;
-    const int n = c.numCurves(), s = curveStep(high, n, exportRatio), m = n / s;
-    VtIntArray counts;
+    VtIntArray counts, strands;
     VtFloatArray widths, uids;
     VtVec2fArray st;
-    size_t total = 0;
-    for (int i = 0, j = 0; j < m && i < n; i += s, ++j) total += size_t(std::max(c.numCVs[i], 0)) + 2;
-    counts.reserve(static_cast<size_t>(m));
-    uids.reserve(static_cast<size_t>(m));
-    st.reserve(static_cast<size_t>(m));
-    widths.reserve(total);
-    for (int i = 0, j = 0; j < m && i < n; i += s, ++j) {
-        const int k = c.numCVs[i];
-        counts.push_back(k + 2);
-        uids.push_back(static_cast<float>(i));
-        st.push_back(GfVec2f(follicles->uvw[i].x, follicles->uvw[i].y));
-        const float r = follicles->rwh[i], t = follicles->twh[i];
-        widths.push_back(r);
-        // A straight run from the root width to the tip width (one CV gives 0 / 0).
-        for (int q = 0; q < k; ++q)
-            widths.push_back(t + (r - t) * (1.f - static_cast<float>(q) / static_cast<float>(k - 1)));
-        widths.push_back(t);
-    }
+    curveArrays(high, nullptr, &counts, &widths, &strands, &st);
+    uids.reserve(strands.size());
+    for (int i : strands) uids.push_back(static_cast<float>(i));
     Author::setDefault(a.attr(prim, "basis", SdfValueTypeNames->Token, SdfVariabilityUniform), TfToken("catmullRom"));
     SdfAttributeSpecHandle countsAttr = a.attr(prim, "curveVertexCounts", SdfValueTypeNames->IntArray);
     SdfAttributeSpecHandle widthsAttr = a.attr(prim, "widths", SdfValueTypeNames->FloatArray);

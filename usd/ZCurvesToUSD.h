@@ -20,6 +20,7 @@
 #pragma once
 
 #include <pxr/sdf/layer.h>
+#include <pxr/vt/types.h>
 
 #include <memory>
 #include <string>
@@ -94,6 +95,16 @@ public:
     // The attribute half, at the default time, into a cleared file (named .0000 with
     // perFrameFiles).
     void writeAttributeToUSD(bool high);
+
+    // The curves the curve writers author at level `h` from follicles and curves (every
+    // strand, or every few at the low level and below an exportRatio of 1), for hosts that
+    // write the same curves in another format (groomcore export-abc): points, each curve's
+    // first and last CV written twice; counts, its CVs plus 2; widths, one per point, a
+    // straight run from the root width (rwh) to the tip width (twh); strands, the number of
+    // each strand written (the "uids" primvar); st, its root's (u, v). Any pointer may be
+    // null.
+    void curveArrays(bool h, pxr::VtVec3fArray* points, pxr::VtIntArray* counts, pxr::VtFloatArray* widths,
+                     pxr::VtIntArray* strands, pxr::VtVec2fArray* st) const;
 
     // The four writers the two entry operations call; `stage` must hold a layer.
     void writeGeometryToCurve();

@@ -100,6 +100,7 @@ void bindUsd(nb::module_& m) {
         .def(
             "removeNamespace", [](X& x, ZString name) { return x.removeNamespace(name); }, nb::arg("name"),
             doc("ZCurvesToUSD.removeNamespace"))
+        .def_static("primName", &X::primName, nb::arg("name"), doc("ZCurvesToUSD.primName"))
         .def(
             "writeGeometryToUSD",
             [](nb::handle self, float time, bool high, bool subFrame) {
@@ -130,6 +131,41 @@ void bindUsd(nb::module_& m) {
                 if (!x.failure.empty()) raiseOSError("writeAttributeToUSD", x.failure);
             },
             nb::arg("high"), doc("ZCurvesToUSD.writeAttributeToUSD"))
+        .def(
+            "curveArrays",
+            [](nb::handle self, bool high) {
+                X& x = nb::cast<X&>(self);
+                Transforms t;
+                takeTransforms(self, x, t);
+                checkExport(x, "curveArrays", false);
+                pxr::VtVec3fArray points;
+                pxr::VtIntArray counts, strands;
+                pxr::VtFloatArray widths;
+                pxr::VtVec2fArray st;
+                {
+                    const Unlocked unlocked("curveArrays", hostUses(x, false));
+                    x.curveArrays(high, &points, &counts, &widths, &strands, &st);
+                }
+                ZVectorArray p(points.size());
+                if (!points.empty()) std::memcpy(p.data(), points.cdata(), points.size() * sizeof(ZVector));
+                ZIntArray c(counts.cbegin(), counts.cend()), n(strands.cbegin(), strands.cend());
+                ZFloatArray w(widths.cbegin(), widths.cend());
+                ZFloat2Array uv(st.size());
+                if (!st.empty()) std::memcpy(uv.data(), st.cdata(), st.size() * sizeof(uv[0]));
+                nb::dict out;
+                out["points"] = owned(std::move(p));
+                out["counts"] = owned(std::move(c));
+                out["widths"] = owned(std::move(w));
+                out["strands"] = owned(std::move(n));
+                out["st"] = owned(std::move(uv));
+                return out;
+            },
+            nb::arg("high"),
+            nb::sig("def curveArrays(self, high: bool) -> dict[str, numpy.typing.NDArray[typing.Any]]"),
+            "The curves the curve writers author at the level, as a dict of numpy arrays: points (each curve's "
+            "first and last CV twice), counts (CVs plus 2), widths (one per point, root to tip), strands (the "
+            "number of each strand written) and st (its root's u, v). For writing the same curves in another "
+            "format; nothing is written.")
         .def("geometryFile", &X::geometryFile, nb::arg("time"), nb::arg("high"), nb::arg("subFrame"),
              doc("ZCurvesToUSD.geometryFile"))
         .def("attributeFile", &X::attributeFile, nb::arg("high"), doc("ZCurvesToUSD.attributeFile"));

@@ -546,3 +546,70 @@ def test_import_bakes_guides_on_an_alembic_body_and_says_why_it_cannot(tmp_path:
         failed = run("import", scene, *args)
         assert failed.returncode == 1 and failed.stderr.count("\n") == 1, failed.stderr
         assert message in failed.stderr, failed.stderr
+
+
+def test_export_abc_writes_the_baked_curves_every_dcc_reads(cache: Path, tmp_path: Path) -> None:
+    """Alembic curves out, read back by the real library and by groomcore's reader: each
+    curve's inner points are the baked CVs bit for bit, the widths the USD export's, the ids
+    the strands' uids; per-frame archives are the same bytes serially and on Dask."""
+    from alembic3d import Abc, AbcGeom
+    from pxr import Usd
+
+    import groomcore as gc
+    from groomcore.cachefiles import CacheDir
+
+    assert run("export-abc", cache, "hair", tmp_path / "shot" / "hair", "--frames", FRAMES).returncode == 0
+    assert (
+        run(
+            "export-usd", cache, "hair", tmp_path / "usd" / "hair", "--frames", FRAMES, "--level", "high", "--quiet"
+        ).returncode
+        == 0
+    )
+    usd = Usd.Stage.Open(str(tmp_path / "usd" / "hair.high_geom.0000.usd"))
+    usd_widths = np.array(usd.GetDefaultPrim().GetAttribute("widths").Get(), np.float32)
+    archive = Abc.IArchive(str(tmp_path / "shot" / "hair.abc"))
+    obj = archive.getTop().getChild("hair")
+    schema = AbcGeom.ICurves(obj, Abc.WrapExistingFlag.kWrapExisting).getSchema()
+    first, last = (int(f) for f in FRAMES.split("-"))
+    frames = list(range(first, last + 1))
+    assert schema.getNumSamples() == len(frames)
+    ours = gc.ZAlembicArchive()
+    assert ours.open(str(tmp_path / "shot" / "hair.abc"))
+    top_child = ours.topObject().getChild(0)
+    assert top_child is not None and top_child.isCurves()
+    for k, frame in enumerate(frames):
+        at = Abc.ISampleSelector(requestedIndex=k)
+        v = schema.getValue(at)
+        points = np.array(v.getPositions(), np.float32).reshape(-1, 3)
+        counts = np.array(v.getCurvesNumVertices())
+        curves, follicles = CacheDir(cache, "hair").read_frame(frame)
+        starts = np.concatenate([[0], np.cumsum(counts)[:-1]])
+        inner = np.concatenate([points[s + 1 : s + n - 1] for s, n in zip(starts, counts, strict=True)])
+        assert inner.tobytes() == np.asarray(curves.cvs).tobytes(), frame
+        assert (
+            np.array(schema.getWidthsParam().getExpandedValue(at).getVals(), np.float32).tobytes()
+            == usd_widths.tobytes()
+        )
+        ids = AbcGeom.IInt32GeomParam(schema.getArbGeomParams(), "id").getExpandedValue(at).getVals()
+        assert list(ids) == np.asarray(follicles.uid).tolist()
+        read = top_child.getCurvesData(k)
+        assert read is not None and np.asarray(read.points).tobytes() == points.tobytes()
+        assert (read.type, read.basis) == (gc.ZAlembicCurves.kCubic, gc.ZAlembicCurves.kCatmullRom)
+
+    serial = run("export-abc", cache, "hair", tmp_path / "serial" / "hair", "--frames", FRAMES, "--per-frame")
+    farm = run(
+        "export-abc",
+        cache,
+        "hair",
+        tmp_path / "farm" / "hair",
+        "--frames",
+        FRAMES,
+        "--per-frame",
+        "--workers",
+        "2",
+        "--quiet",
+    )
+    assert serial.returncode == 0 and farm.returncode == 0, farm.stderr
+    assert tree(tmp_path / "serial") == tree(tmp_path / "farm") and len(tree(tmp_path / "serial")) == len(frames)
+    bad = run("export-abc", cache, "hair", tmp_path / "x", "--frames", FRAMES, "--workers", "2")
+    assert bad.returncode == 2 and "add --per-frame" in bad.stderr
