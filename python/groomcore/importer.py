@@ -1,13 +1,19 @@
-"""`groomcore import`: guide curves from an Alembic file, on a body from an Alembic file,
-baked into a cache directory, frame by frame.
+"""`groomcore import`: guide curves from an Alembic or USD file, on a body from an Alembic
+file, baked into a cache directory, frame by frame.
+
+USD curves are read at the Sdf level by groomcore's own reader from the stage flattened by
+usd-core (so curves that come through references, payloads or sublayers are found), at the
+time code of each frame.
 
 The first frame gives the groom (roots projected onto the body, ids, widths, lengths); every
 frame gives the strands' shape, lengths and root frames on the body as it is then."""
 
 from __future__ import annotations
 
+import tempfile
 from collections.abc import Callable
 from pathlib import Path
+from typing import Any
 
 from . import _groomcore as gc
 from .cachefiles import CacheError
@@ -38,6 +44,46 @@ def _open(file: str, path: str, what: str) -> tuple[gc.ZAlembicArchive, gc.ZAlem
     return archive, obj
 
 
+USD_SUFFIXES = (".usd", ".usda", ".usdc", ".usdz")
+
+
+class _UsdCurves:
+    """BasisCurves of a USD file, flattened by usd-core into a layer groomcore reads."""
+
+    def __init__(self, file: str, path: str) -> None:
+        from pxr import Usd
+
+        stage = Usd.Stage.Open(file)
+        if stage is None:
+            raise CacheError(f"cannot read {file} as a USD stage")
+        self._dir = tempfile.TemporaryDirectory(prefix="groomcore-import-")
+        self.layer = str(Path(self._dir.name) / "flat.usdc")
+        stage.Flatten().Export(self.layer)
+        self.path, self.file = path, file
+        reader = gc.ZCurvesFromUSD()
+        if path not in reader.curvePrims(self.layer):
+            raise CacheError(f"{file} has no BasisCurves prim {path}")
+
+    def at(self, frame: int, fps: float) -> gc.ZAlembicCurves:
+        reader = gc.ZCurvesFromUSD()
+        curves = reader.read(self.layer, self.path, float(frame))
+        if curves is None:
+            raise CacheError(f"frame {frame}: {reader.message}")
+        return curves
+
+
+class _AbcCurves:
+    def __init__(self, file: str, path: str) -> None:
+        self.archive, self.obj = _open(file, path, "curves")
+        self.path = path
+
+    def at(self, frame: int, fps: float) -> gc.ZAlembicCurves:
+        curves = self.obj.getCurvesData(self.obj.sampleAtFrame(frame, fps))
+        if curves is None:
+            raise CacheError(f"frame {frame}: {self.path} has no curves that can be read")
+        return curves
+
+
 def import_curves(
     curves_file: str,
     curves_path: str,
@@ -52,8 +98,13 @@ def import_curves(
 ) -> int:
     """Bakes the curves on the body into out_dir/name for `frames`; returns the strand count.
     Raises CacheError with one line for anything that cannot be imported."""
-    keep = [_open(curves_file, curves_path, "curves"), _open(body_file, body_path, "body")]
-    curves_obj, body_obj = keep[0][1], keep[1][1]
+    source: Any = (
+        _UsdCurves(curves_file, curves_path)
+        if curves_file.lower().endswith(USD_SUFFIXES)
+        else _AbcCurves(curves_file, curves_path)
+    )
+    keep = _open(body_file, body_path, "body")
+    body_obj = keep[1]
     frame_set = gc.ZBodyFrames()
     follicles = gc.ZFollicles()
     cache = gc.ZCacheData()
@@ -72,8 +123,8 @@ def import_curves(
         except ValueError:
             changed = f"the body {body_path} changed its triangles since frame {frames[0]}"
             raise CacheError(f"frame {frame}: {changed}") from None
-        guides = curves_obj.getCurvesData(curves_obj.sampleAtFrame(frame, fps))
-        if guides is None or len(guides.counts) == 0:
+        guides = source.at(frame, fps)
+        if len(guides.counts) == 0:
             raise CacheError(f"frame {frame}: {curves_path} has no curves that can be read")
         if k > 0 and len(guides.counts) != count:
             raise CacheError(f"frame {frame}: {len(guides.counts)} curves, but frame {frames[0]} has {count}")

@@ -4,9 +4,14 @@
 #include <pxr/ar/resolver.h>
 #include <pxr/sdf/fileFormat.h>
 
+#include <nanobind/stl/optional.h>
+#include <nanobind/stl/string.h>
+#include <nanobind/stl/vector.h>
+
 #include "common.h"
 #include "feathers/ZFeather.h"
 #include "pointers.h"
+#include "usd/ZCurvesFromUSD.h"
 #include "usd/ZCurvesToUSD.h"
 #include "validate.h"
 
@@ -147,11 +152,12 @@ void bindUsd(nb::module_& m) {
                     x.curveArrays(high, &points, &counts, &widths, &strands, &st);
                 }
                 ZVectorArray p(points.size());
-                if (!points.empty()) std::memcpy(p.data(), points.cdata(), points.size() * sizeof(ZVector));
+                if (!points.empty())
+                    std::memcpy(static_cast<void*>(p.data()), points.cdata(), points.size() * sizeof(ZVector));
                 ZIntArray c(counts.cbegin(), counts.cend()), n(strands.cbegin(), strands.cend());
                 ZFloatArray w(widths.cbegin(), widths.cend());
                 ZFloat2Array uv(st.size());
-                if (!st.empty()) std::memcpy(uv.data(), st.cdata(), st.size() * sizeof(uv[0]));
+                if (!st.empty()) std::memcpy(static_cast<void*>(uv.data()), st.cdata(), st.size() * sizeof(uv[0]));
                 nb::dict out;
                 out["points"] = owned(std::move(p));
                 out["counts"] = owned(std::move(c));
@@ -191,6 +197,34 @@ void bindUsd(nb::module_& m) {
     writer("writeAttributeToFeather", &X::writeAttributeToFeather, true);
 
     hostDataFields<X>(cls, "ZCurvesToUSD");
+
+    nb::class_<ZCurvesFromUSD>(m, "ZCurvesFromUSD", doc("ZCurvesFromUSD"))
+        .def(nb::init<>())
+        .def_ro("message", &ZCurvesFromUSD::message, doc("ZCurvesFromUSD.message"))
+        .def(
+            "curvePrims",
+            [](ZCurvesFromUSD& r, const ZString& file) {
+                loadPluginsApartFromPython();
+                const Unlocked unlocked("curvePrims", {writing(r)});
+                return r.curvePrims(file);
+            },
+            nb::arg("file"), doc("ZCurvesFromUSD.curvePrims"))
+        .def(
+            "read",
+            [](ZCurvesFromUSD& r, const ZString& file, const std::string& primPath, double time) -> std::optional<ZAlembicCurves> {
+                loadPluginsApartFromPython();
+                ZAlembicCurves c;
+                bool ok;
+                {
+                    const Unlocked unlocked("read", {writing(r)});
+                    ok = r.read(file, primPath, time, c);
+                }
+                if (!ok) return std::nullopt;
+                return c;
+            },
+            nb::arg("file"), nb::arg("primPath"), nb::arg("time"),
+            "A ZAlembicCurves of the BasisCurves prim at primPath of the file's layer at the time code, or None "
+            "with the reason in message.");
 }
 
 } // namespace gcpy

@@ -589,3 +589,70 @@ def test_every_class_and_callable_has_a_docstring_that_speaks_python() -> None:
                 cxx.append(qualified)
     assert missing == [] and cxx == []
     assert "nearest pixel" in (ext.ZImageMap.__doc__ or "")
+
+
+def test_curves_come_in_from_a_usd_layer_as_usd_core_reads_them(tmp_path: Path) -> None:
+    """BasisCurves under nested xformOps (translate, rotateXYZ, scale, a matrix, an inverted
+    op, a reset), points sampled at two times (read between them), widths per point, st per
+    curve (plain and indexed) and ids: each as usd-core's UsdGeom reads it."""
+    script = f"""
+from pxr import Gf, Sdf, Usd, UsdGeom, Vt
+stage = Usd.Stage.CreateNew({str(tmp_path / "guides.usda")!r})
+rig = UsdGeom.Xform.Define(stage, "/rig")
+rig.AddTranslateOp().Set(Gf.Vec3d(1, 2, 3))
+rig.AddRotateXYZOp().Set(Gf.Vec3f(10, 20, 30))
+rig.AddScaleOp().Set(Gf.Vec3f(2, 2, 2))
+grp = UsdGeom.Xform.Define(stage, "/rig/grp")
+grp.AddTransformOp().Set(Gf.Matrix4d(1).SetTranslate(Gf.Vec3d(0, 0.5, 0)))
+grp.AddRotateZYXOp(opSuffix="tilt").Set(Gf.Vec3f(5, 0, 15))
+grp.AddTranslateOp(opSuffix="pivot").Set(Gf.Vec3d(0.1, 0, 0))
+grp.AddTranslateOp(opSuffix="pivot", isInverseOp=True)
+for name, indexed in (("hair", False), ("fur", True)):
+    c = UsdGeom.BasisCurves.Define(stage, "/rig/grp/" + name)
+    c.CreateTypeAttr("cubic"); c.CreateBasisAttr("catmullRom")
+    c.CreateCurveVertexCountsAttr(Vt.IntArray([4, 5]))
+    a = [Gf.Vec3f(i * 0.1, j * 0.2, 0) for i in range(2) for j in range(5)][:9]
+    b = [p + Gf.Vec3f(0, 0, 1) for p in a]
+    c.GetPointsAttr().Set(Vt.Vec3fArray(a), 1.0)
+    c.GetPointsAttr().Set(Vt.Vec3fArray(b), 3.0)
+    c.CreateWidthsAttr(Vt.FloatArray([0.01 * (k + 1) for k in range(9)]))
+    c.SetWidthsInterpolation("vertex")
+    st = UsdGeom.PrimvarsAPI(c).CreatePrimvar("st", Sdf.ValueTypeNames.TexCoord2fArray, "uniform")
+    if indexed:
+        st.Set(Vt.Vec2fArray([Gf.Vec2f(0.25, 0.5), Gf.Vec2f(0.75, 0.5)]))
+        st.SetIndices(Vt.IntArray([1, 0]))
+    else:
+        st.Set(Vt.Vec2fArray([Gf.Vec2f(0.1, 0.2), Gf.Vec2f(0.3, 0.4)]))
+    UsdGeom.PrimvarsAPI(c).CreatePrimvar("ids", Sdf.ValueTypeNames.IntArray, "uniform").Set(Vt.IntArray([7, 9]))
+alone = UsdGeom.BasisCurves.Define(stage, "/rig/grp/alone")
+alone.CreateCurveVertexCountsAttr(Vt.IntArray([2]))
+alone.GetPointsAttr().Set(Vt.Vec3fArray([Gf.Vec3f(0), Gf.Vec3f(1)]))
+UsdGeom.Xformable(alone).SetResetXformStack(True)
+UsdGeom.Xformable(alone).AddTranslateOp().Set(Gf.Vec3d(0, 0, 4))
+stage.GetRootLayer().Save()
+"""
+    subprocess.run([sys.executable, "-c", script], check=True)
+    from pxr import Usd, UsdGeom
+
+    stage = Usd.Stage.Open(str(tmp_path / "guides.usda"))
+    reader = gc.ZCurvesFromUSD()
+    assert reader.curvePrims(str(tmp_path / "guides.usda")) == ["/rig/grp/alone", "/rig/grp/fur", "/rig/grp/hair"]
+    for path in ("/rig/grp/hair", "/rig/grp/fur", "/rig/grp/alone"):
+        theirs = UsdGeom.BasisCurves(stage.GetPrimAtPath(path))
+        t = 2.0
+        c = reader.read(str(tmp_path / "guides.usda"), path, t)
+        assert c is not None, reader.message
+        assert np.array_equal(c.points, np.array(theirs.GetPointsAttr().Get(t), np.float32))
+        assert c.counts.tolist() == list(theirs.GetCurveVertexCountsAttr().Get(t))
+        world = np.array(theirs.ComputeLocalToWorldTransform(t), np.float64).T
+        assert np.allclose(np.asarray(c.worldMatrix.data).reshape(4, 4), world, atol=1e-5), path
+        if path == "/rig/grp/alone":
+            continue
+        assert np.array_equal(c.widths, np.array(theirs.GetWidthsAttr().Get(t), np.float32))
+        st = UsdGeom.PrimvarsAPI(theirs).GetPrimvar("st").ComputeFlattened(t)
+        assert np.array_equal(c.uvs.reshape(-1, 2), np.array(st, np.float32))
+        assert c.ids.tolist() == [7, 9]
+        assert (c.type, c.basis) == (gc.ZAlembicCurves.kCubic, gc.ZAlembicCurves.kCatmullRom)
+    assert reader.read(str(tmp_path / "guides.usda"), "/rig", 1.0) is None
+    assert reader.message == "/rig in " + str(tmp_path / "guides.usda") + " is not BasisCurves (its type: Xform)"
+    assert reader.read(str(tmp_path / "absent.usda"), "/x", 1.0) is None

@@ -537,6 +537,25 @@ def test_import_bakes_guides_on_an_alembic_body_and_says_why_it_cannot(tmp_path:
     assert np.allclose(last.cvs[last.start] - first.cvs[first.start], [0, 2, 0])
     assert run("check", tmp_path / "cache", "guides").returncode == 0
 
+    # The same guides from USD (a rig moving up a unit a frame, as the Alembic one).
+    usd_guides = f"""
+from pxr import Gf, Usd, UsdGeom, Vt
+stage = Usd.Stage.CreateNew({str(tmp_path / "guides.usda")!r})
+rig = UsdGeom.Xform.Define(stage, "/rig")
+op = rig.AddTranslateOp()
+for k in range(3):
+    op.Set(Gf.Vec3d(0, k, 0), k + 1.0)
+c = UsdGeom.BasisCurves.Define(stage, "/rig/guides")
+c.CreateCurveVertexCountsAttr(Vt.IntArray([4, 4]))
+c.GetPointsAttr().Set(Vt.Vec3fArray([Gf.Vec3f(0.5 * i, 0.1 * j, 0.25) for i in range(2) for j in range(4)]))
+stage.GetRootLayer().Save()
+"""
+    subprocess.run([sys.executable, "-c", usd_guides], check=True)
+    done = run(
+        "import", tmp_path / "guides.usda", "/rig/guides", scene, "/rig/ground", tmp_path / "c3", "g", "--frames", "1-3"
+    )
+    assert done.returncode == 0 and done.stdout.startswith("imported 2 curves over 3 frames"), done.stderr
+
     for args, message in (
         (["/rig/stray", *common], "frame 1: 3 of 3 curve roots lie farther than"),
         (["/rig/ground", scene, "/rig/ground", tmp_path / "c2", "g", "--frames", "1-3"], "is not curves"),

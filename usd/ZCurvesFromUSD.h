@@ -1,0 +1,34 @@
+// Curves from a USD file, read at the Sdf level from the file's own layer (no composition,
+// no plug-ins beyond Sdf's): a BasisCurves prim's points, curveVertexCounts, widths,
+// primvars:st and ids (an int primvar "ids" or "id"), its type, basis and wrap, and the
+// product of the xformOps of the prim and of every prim above it in the layer. That is
+// what a DCC's export (Blender's, Houdini's) or a flattened stage holds; a file whose
+// curves come through references or payloads is flattened first (with usd-core in Python).
+//
+// Values are read at a time code as USD reads them: the time sample there, a linear blend
+// of the two around it (arrays of equal length; otherwise the earlier one), the first
+// before the first and the last after the last, and the default value without samples.
+// The xformOps understood are translate, scale, rotateX/Y/Z, the six rotateXYZ orders,
+// orient and transform, each possibly inverted ("!invert!"), and "!resetXformStack!".
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "base/UlmexBase.h"
+
+class ZCurvesFromUSD {
+public:
+    // Why the last read refused, in one line; empty after one that succeeded.
+    Ulmex::ZString message;
+
+    // The paths of every BasisCurves prim of the file's layer, in the layer's order.
+    std::vector<std::string> curvePrims(const std::string& file);
+
+    // Reads the BasisCurves prim at `primPath` of `file` at `time` into `curves` (widths
+    // with their count telling their interpolation, as ZAlembicCurves holds them). False,
+    // with `curves` cleared and the reason in message, for a file that is no USD layer, no
+    // prim there, a prim that is no BasisCurves, counts that do not add up to the points,
+    // or an xformOp that cannot be read.
+    bool read(const std::string& file, const std::string& primPath, double time, Ulmex::ZAlembicCurves& curves);
+};
