@@ -632,3 +632,61 @@ def test_export_abc_writes_the_baked_curves_every_dcc_reads(cache: Path, tmp_pat
     assert tree(tmp_path / "serial") == tree(tmp_path / "farm") and len(tree(tmp_path / "serial")) == len(frames)
     bad = run("export-abc", cache, "hair", tmp_path / "x", "--frames", FRAMES, "--workers", "2")
     assert bad.returncode == 2 and "add --per-frame" in bad.stderr
+
+
+def test_guides_in_a_modifier_a_bake_and_both_exports_round_trip(tmp_path: Path) -> None:
+    """Curves and a body from Alembic, a groom, a modifier, a bake, export-usd and
+    export-abc, read back by usd-core and alembic3d: each curve's inner points are the
+    modified strands bit for bit, and both files carry the same widths."""
+    from alembic3d import Abc, AbcGeom
+    from pxr import Usd
+
+    import groomcore as gc
+    from groomcore.importer import find_object
+
+    scene = tmp_path / "scene.abc"
+    subprocess.run([sys.executable, "-c", IMPORT_SCENE, scene], check=True)
+    archive = gc.ZAlembicArchive()
+    assert archive.open(str(scene))
+    guides_obj, ground = find_object(archive, "/rig/guides"), find_object(archive, "/rig/ground")
+    assert guides_obj is not None and ground is not None
+    guides = guides_obj.getCurvesData(0)
+    body = gc.ZAlembicBody.read(ground, 0)
+    frames = gc.ZBodyFrames()
+    assert guides is not None and frames.build(body)
+    follicles, strands = gc.ZFollicles(), gc.ZCurves()
+    groom = gc.ZGroomFromCurves()
+    assert groom.build(guides, body, frames.compute(body), follicles, strands), groom.message
+    scale = gc.ZScaleModifier()
+    scale.scale, scale.seed, scale.rand, scale.freq, scale.expr, scale.maskExpr = 1.5, 1, 0, 1, "scale", ""
+    scale.apply(follicles, strands, gc.ZCurves(strands))
+
+    cache = gc.ZCacheData()
+    cache.nodeName, cache.follicles, cache.curves = "hair", follicles, strands
+    cache.boundingBox = strands.boundingBox(False, True)
+    (tmp_path / "cache").mkdir()
+    assert cache.bakeStaticData(str(tmp_path / "cache")) and cache.bakePerFrameData(str(tmp_path / "cache"), 1.0)
+    out = ["--frames", "1-1"]
+    assert (
+        run("export-usd", tmp_path / "cache", "hair", tmp_path / "usd" / "hair", *out, "--level", "high").returncode
+        == 0
+    )
+    assert run("export-abc", tmp_path / "cache", "hair", tmp_path / "abc" / "hair", *out).returncode == 0
+
+    stages = [Usd.Stage.Open(str(tmp_path / "usd" / f"hair.high_geom.{k}.usd")) for k in ("0001", "0000")]
+    usd_points = np.array(stages[0].GetDefaultPrim().GetAttribute("points").Get(1.0), np.float32)
+    usd_widths = np.array(stages[1].GetDefaultPrim().GetAttribute("widths").Get(), np.float32)
+    curves = AbcGeom.ICurves(
+        Abc.IArchive(str(tmp_path / "abc" / "hair.abc")).getTop().getChild("hair"), Abc.WrapExistingFlag.kWrapExisting
+    ).getSchema()
+    at = Abc.ISampleSelector(requestedIndex=0)
+    abc_points = np.array(curves.getValue(at).getPositions(), np.float32).reshape(-1, 3)
+    abc_widths = np.array(curves.getWidthsParam().getExpandedValue(at).getVals(), np.float32)
+    counts = np.asarray(strands.numCVs) + 2
+    starts = np.concatenate([[0], np.cumsum(counts)[:-1]])
+    for points in (usd_points, abc_points):
+        inner = np.concatenate([points[s + 1 : s + n - 1] for s, n in zip(starts, counts, strict=True)])
+        assert inner.tobytes() == np.asarray(strands.cvs).tobytes()
+    assert usd_widths.tobytes() == abc_widths.tobytes()
+    # The modifier did move the strands: 1.5 times as long as the guides.
+    assert np.isclose(float(np.asarray(strands.cvs)[3][1]), 0.45, atol=1e-5)
