@@ -37,6 +37,8 @@
 #include "modifiers/ZOpacityModifier.h"
 #include "modifiers/ZScaleModifier.h"
 #include "modifiers/ZWidthModifier.h"
+#include "toolkit/ZBodyFrames.h"
+#include "toolkit/ZGuideBinder.h"
 #include "usd/ZCurvesToUSD.h"
 
 using namespace Ulmex;
@@ -193,19 +195,15 @@ std::vector<uint8_t> downsample(const std::vector<uint8_t>& big, int width, int 
     return out;
 }
 
-// Binds every strand to the nearest of every `every`-th strand (its guide), by root
-// position: what a host's clump set-up does before it hands bdi to the library.
+// Binds every strand to the nearest of every `every`-th strand (its guide), with the host
+// toolkit: what a host's clump set-up does before it hands bdi to the library.
 void bindToNearestGuides(ZFollicles& f, int every) {
-    const int n = f.numStrands();
-    f.bdi.reset();
-    for (int i = 0; i < n; ++i) {
-        int best = 0;
-        float bestD = 1e30f;
-        for (int g = 0; g < n; g += every) {
-            const float d = (f.axs[i].origin - f.axs[g].origin).squaredLength();
-            if (d < bestD) { bestD = d; best = g; }
-        }
-        f.bdi.push(&best, 1);
+    ZIntArray guides;
+    for (int g = 0; g < f.numStrands(); g += every) guides.push_back(g);
+    ZGuideBinder binder;
+    if (!binder.bind(f, guides)) {
+        std::cerr << "gallery: " << binder.message << "\n";
+        std::exit(1);
     }
 }
 
@@ -240,7 +238,9 @@ int main(int argc, char** argv) {
     std::filesystem::create_directories(outDir, ec);
 
     Scene s;
-    examples::buildSphere(1.f, 32, 64, s.body, s.frames);
+    examples::buildSphere(1.f, 32, 64, s.body);
+    ZBodyFrames bodyFrames;
+    if (!bodyFrames.build(s.body) || !bodyFrames.compute(s.body, s.frames)) return 1;
     examples::growStrands(s.body, s.frames, 2500, 16, 0.45f, s.groom, s.curves);
     s.groom.setRootWidth(0.011f, 0.013f, true);
     s.groom.setTipWidth(0.003f, 0.004f, true);

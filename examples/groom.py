@@ -77,13 +77,6 @@ def cross(a: F32, b: F32) -> F32:
     )
 
 
-def normalized(v: F32) -> F32:
-    """ZVector::normalized(false): divided by the true length; zero stays zero."""
-    length = np.sqrt(dot(v, v))
-    safe = np.where(length > 0, length, F(1))[..., None]
-    return np.where((length > 0)[..., None], v / safe, v)
-
-
 def rotate(v: F32, axis: F32, s: np.float32, c: np.float32) -> F32:
     """Ulmex::Rotate(v, axis, s, c)."""
     t0 = v * c
@@ -95,20 +88,14 @@ def rotate(v: F32, axis: F32, s: np.float32, c: np.float32) -> F32:
 # ---------------------------------------------------------------- the built-in groom
 
 
-def build_sphere(radius: float, rings: int, segments: int) -> tuple[gc.ZTriMesh, F32]:
-    """A UV sphere with a frame per point and three surface coordinates per triangle."""
+def build_sphere(radius: float, rings: int, segments: int) -> gc.ZTriMesh:
+    """A UV sphere with three surface coordinates per triangle."""
     r = np.repeat(np.arange(rings + 1, dtype=F), segments)
     s = np.tile(np.arange(segments, dtype=F), rings + 1)
     theta = PI * r / F(rings)
     phi = F(2) * PI * s / F(segments)
     st, ct, sp, cp = sinf(theta), cosf(theta), sinf(phi), cosf(phi)
     n = np.stack([st * cp, ct, st * sp], axis=-1)
-    x = np.stack([-sp, np.zeros_like(sp), cp], axis=-1)
-    frames = np.zeros((len(n), 4, 3), dtype=F)
-    frames[:, 0] = n * F(radius)
-    frames[:, 3] = n
-    frames[:, 1] = normalized(x - n * dot(x, n)[:, None])
-    frames[:, 2] = cross(frames[:, 3], frames[:, 1])
 
     def uv(ring: int, seg: int) -> tuple[np.float32, np.float32, np.float32]:
         return F(seg) / F(segments), F(1) - F(ring) / F(rings), F(0)
@@ -128,61 +115,55 @@ def build_sphere(radius: float, rings: int, segments: int) -> tuple[gc.ZTriMesh,
     mesh.points = n * F(radius)
     mesh.v012 = np.array(triangles, dtype=np.int32)
     mesh.uvs = np.array(uvs, dtype=F)
-    return mesh, frames
+    return mesh
 
 
 def grow_strands(
     mesh: gc.ZTriMesh, frames: F32, count: int, cv_count: int, length: float
 ) -> tuple[gc.ZFollicles, gc.ZCurves]:
-    """Strands at hashed points of the body, straight along the normal, every follicle
-    array filled, one guide per 50 strands, root frames and lean axes computed."""
-    uid = (1000 + np.arange(count)).astype(np.uint32)
-    h = np.vectorize(gc.ZRandomHash, otypes=[np.uint32])
-    u = np.vectorize(gc.ZRandomUnit, otypes=[F])
-    tri = (h(uid * np.uint32(3)) % np.uint32(mesh.numTriangles())).astype(np.int32)
-    r1 = np.sqrt(u(uid * np.uint32(3) + np.uint32(1)))
-    r2 = u(uid * np.uint32(3) + np.uint32(2))
-    w = np.stack([F(1) - r1, r1 * (F(1) - r2), r1 * r2], axis=-1)
-    corners = mesh.v012[tri]
-    pts, uvs = mesh.points, mesh.uvs
-    p = (pts[corners[:, 0]] * w[:, :1] + pts[corners[:, 1]] * w[:, 1:2]) + pts[corners[:, 2]] * w[:, 2:]
-    uvw = (uvs[3 * tri] * w[:, :1] + uvs[3 * tri + 1] * w[:, 1:2]) + uvs[3 * tri + 2] * w[:, 2:]
-    normal = normalized(p)
-    ln = F(length) * (F(0.7) + F(0.6) * u(uid ^ np.uint32(0x5BD1E995)))
-
+    """Strands grown with the host toolkit: roots by area (seed 1), root frames from the
+    body's frames, each strand straight along its root's normal, every 50th strand a guide
+    and every strand bound to the nearest, lean axes computed."""
     f = gc.ZFollicles()
-    f.uid = uid.astype(np.int32)
-    f.rtp = np.zeros(count, np.int32)
-    f.tgl = tri
-    f.bcc = w
-    f.uvw = uvw
-    f.nmp = p
+    grower = gc.ZRootGrower()
+    grower.seed = 1
+    if not grower.grow(mesh, count, f):
+        raise SystemExit(f"groom.py: {grower.message}")
+    n = f.numStrands()
+    u = np.vectorize(gc.ZRandomUnit, otypes=[F])
+    ln = F(length) * (F(0.7) + F(0.6) * u(f.uid.astype(np.uint32) ^ np.uint32(0x5BD1E995)))
+    f.rtp = np.zeros(n, np.int32)
     f.ln0 = ln
     f.ln1 = ln
-    for i in range(count):
-        f.bdi.push(np.array([(i // 50) * 50], np.int32))
-        f.bdw.push(np.array([1.0], F))
-    steps = np.arange(cv_count, dtype=F)
-    cvs = p[:, None, :] + normal[:, None, :] * ((ln[:, None] * steps[None, :]) / F(cv_count - 1))[..., None]
-    curves = gc.ZCurves()
-    curves.numCVs = np.full(count, cv_count, np.int32)
-    curves.start = (np.arange(count) * cv_count).astype(np.int32)
-    curves.cvs = cvs.reshape(-1, 3)
     f.maxLn0 = float(ln.max())
     f.maxLn1 = f.maxLn0
     for name in ("axs", "rxy", "twh", "rwh", "top", "rop"):
-        shape = {"axs": (count, 4, 3), "rxy": (count, 2)}.get(name, (count,))
+        shape = {"axs": (n, 4, 3), "rxy": (n, 2)}.get(name, (n,))
         setattr(f, name, np.zeros(shape, F))
     f.updateAxes(mesh, frames, True)
+    steps = np.arange(cv_count, dtype=F)
+    normal = f.axs[:, 3].copy()  # a view would pin the follicles against the binder below
+    cvs = f.nmp[:, None, :] + normal[:, None, :] * ((ln[:, None] * steps[None, :]) / F(cv_count - 1))[..., None]
+    curves = gc.ZCurves()
+    curves.numCVs = np.full(n, cv_count, np.int32)
+    curves.start = (np.arange(n) * cv_count).astype(np.int32)
+    curves.cvs = cvs.reshape(-1, 3)
+    binder = gc.ZGuideBinder()
+    if n and not binder.bind(f, np.arange(0, n, 50, dtype=np.int32)):
+        raise SystemExit(f"groom.py: {binder.message}")
     f.calcRxy(curves, True)
     return f, curves
 
 
 class AnimatedGroom:
-    """The shot: the body turns about Y and walks along X, the strands follow and sway."""
+    """The shot: the body turns about Y and walks along X, the strands follow and sway.
+    The body's vertex frames come from the host toolkit, at rest and for every pose."""
 
     def __init__(self, count: int, cv_count: int, length: float = 0.325, rings: int = 24, segments: int = 48):
-        self.rest_body, self.rest_frames = build_sphere(1.0, rings, segments)
+        self.rest_body = build_sphere(1.0, rings, segments)
+        self.topology = gc.ZBodyFrames()
+        self.topology.build(self.rest_body)
+        self.rest_frames = self.topology.compute(self.rest_body)
         self.follicles, self.rest_curves = grow_strands(self.rest_body, self.rest_frames, count, cv_count, length)
         self.body = gc.ZTriMesh()
         self.curves = gc.ZCurves()
@@ -202,10 +183,7 @@ class AnimatedGroom:
         self.body.v012 = self.rest_body.v012
         self.body.uvs = self.rest_body.uvs
         self.body.points = pose(self.rest_body.points)
-        frames = self.rest_frames.copy()
-        frames[:, 0] = pose(frames[:, 0])
-        for k in (1, 2, 3):
-            frames[:, k] = rotate(frames[:, k], up, s, c)
+        frames = self.topology.compute(self.body)
 
         rest = self.rest_curves
         counts, starts = rest.numCVs, rest.start

@@ -1,7 +1,8 @@
 // An example host: what a DCC plug-in does with groomcore, end to end, on built-in data.
 //
-// It builds a body (a UV sphere with per-corner surface coordinates and per-vertex
-// frames), grows a few thousand strands on it, computes their root frames and lean axes,
+// It builds a body (a UV sphere with per-corner surface coordinates), and with the host
+// toolkit its per-vertex frames (again for every pose), a few thousand roots and their
+// guides; it computes the strands' root frames and lean axes,
 // draws random widths and opacities, and runs a stack of modifiers driven by artist
 // expressions (width, opacity, direction, scale, cut, offset). Two feather templates and
 // a source mesh are placed along some of the strands. Then it animates the shot (the body

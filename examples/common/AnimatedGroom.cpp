@@ -1,6 +1,7 @@
 #include "common/AnimatedGroom.h"
 
 #include <cmath>
+#include <cstdlib>
 
 #include "common/BuiltinGroom.h"
 
@@ -9,7 +10,8 @@ using namespace Ulmex;
 namespace examples {
 
 AnimatedGroom::AnimatedGroom(int count, int cvCount, float length, int rings, int segments) {
-    buildSphere(1.f, rings, segments, restBody, restFrames);
+    buildSphere(1.f, rings, segments, restBody);
+    if (!_topology.build(restBody) || !_topology.compute(restBody, restFrames)) std::exit(1);
     growStrands(restBody, restFrames, count, cvCount, length, follicles, restCurves);
     setFrame(0.f);
 }
@@ -24,13 +26,7 @@ void AnimatedGroom::setFrame(float frame) {
 
     body = restBody;
     for (ZVector& p : body.points) p = pose(p);
-    frames = restFrames;
-    for (ZAxis& a : frames) {
-        a.origin = pose(a.origin);
-        a.xAxis = Rotate(a.xAxis, up, s, c);
-        a.yAxis = Rotate(a.yAxis, up, s, c);
-        a.zAxis = Rotate(a.zAxis, up, s, c);
-    }
+    if (!_topology.compute(body, frames)) std::exit(1);
 
     // Strands follow the body and sway sideways, more towards the tip.
     curves = restCurves;

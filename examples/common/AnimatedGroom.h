@@ -2,11 +2,13 @@
 // and strands, moved over frames as a shot would move them. The body turns about Y and
 // travels along X; the strands follow it rigidly and sway towards their tips. Every frame
 // is a pure function of the frame number, so two processes that build the same groom see
-// the same data bit for bit.
+// the same data bit for bit. The body's vertex frames come from the host toolkit, at rest
+// and again for every pose, as a host computes them on a deforming body.
 #pragma once
 
 #include "base/UlmexBase.h"
 #include "strands/ZFollicles.h"
+#include "toolkit/ZBodyFrames.h"
 
 namespace examples {
 
@@ -28,6 +30,9 @@ public:
     ZFollicles follicles;
     Ulmex::ZCurves curves;
     Ulmex::ZBoundingBox box;
+
+private:
+    ZBodyFrames _topology;
 };
 
 } // namespace examples

@@ -2,7 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <iostream>
 #include <vector>
+
+#include "toolkit/ZGuideBinder.h"
+#include "toolkit/ZRootGrower.h"
 
 using namespace Ulmex;
 
@@ -12,22 +17,14 @@ namespace {
 const float kPi = 3.14159265f;
 }
 
-void buildSphere(float radius, int rings, int segments, ZTriMesh& mesh, ZAxisArray& frames) {
+void buildSphere(float radius, int rings, int segments, ZTriMesh& mesh) {
     mesh.reset();
-    frames.clear();
     for (int r = 0; r <= rings; ++r) {
         const float theta = kPi * static_cast<float>(r) / static_cast<float>(rings);
         for (int s = 0; s < segments; ++s) {
             const float phi = 2.f * kPi * static_cast<float>(s) / static_cast<float>(segments);
             const ZVector n(std::sin(theta) * std::cos(phi), std::cos(theta), std::sin(theta) * std::sin(phi));
             mesh.points.push_back(n * radius);
-            ZAxis a;
-            a.origin = n * radius;
-            a.zAxis = n;
-            const ZVector x(-std::sin(phi), 0.f, std::cos(phi));  // along increasing longitude
-            a.xAxis = (x - n * x.dot(n)).normalized(false);
-            a.yAxis = a.zAxis.cross(a.xAxis);
-            frames.push_back(a);
         }
     }
     auto index = [segments](int r, int s) { return r * segments + (s % segments); };
@@ -54,54 +51,69 @@ void buildSphere(float radius, int rings, int segments, ZTriMesh& mesh, ZAxisArr
         }
 }
 
+ZAxisArray sphereFrames(float radius, int rings, int segments) {
+    ZAxisArray frames;
+    for (int r = 0; r <= rings; ++r) {
+        const float theta = kPi * static_cast<float>(r) / static_cast<float>(rings);
+        for (int s = 0; s < segments; ++s) {
+            const float phi = 2.f * kPi * static_cast<float>(s) / static_cast<float>(segments);
+            const ZVector n(std::sin(theta) * std::cos(phi), std::cos(theta), std::sin(theta) * std::sin(phi));
+            ZAxis a;
+            a.origin = n * radius;
+            a.zAxis = n;
+            const ZVector x(-std::sin(phi), 0.f, std::cos(phi));  // along increasing longitude
+            a.xAxis = (x - n * x.dot(n)).normalized(false);
+            a.yAxis = a.zAxis.cross(a.xAxis);
+            frames.push_back(a);
+        }
+    }
+    return frames;
+}
+
 void growStrands(const ZTriMesh& mesh, const ZAxisArray& frames, int count, int cvCount, float length, ZFollicles& f,
                  ZCurves& curves) {
     f.reset();
     curves.reset();
-    const int triangles = mesh.numTriangles();
-    std::vector<ZVector> cvs(static_cast<size_t>(cvCount));
-    for (int i = 0; i < count; ++i) {
-        const uint32_t uid = 1000u + static_cast<uint32_t>(i);
-        const int t = static_cast<int>(ZRandomHash(uid * 3u) % static_cast<uint32_t>(triangles));
-        // Uniform point in a triangle from two unit draws.
-        const float r1 = std::sqrt(ZRandomUnit(uid * 3u + 1u));
-        const float r2 = ZRandomUnit(uid * 3u + 2u);
-        const ZTuple<3, float> w(1.f - r1, r1 * (1.f - r2), r1 * r2);
-        const ZTuple<3, int>& v = mesh.v012[t];
-        const ZVector p = mesh.points[v[0]] * w[0] + mesh.points[v[1]] * w[1] + mesh.points[v[2]] * w[2];
-        const ZVector uvw = mesh.uvs[3 * t] * w[0] + mesh.uvs[3 * t + 1] * w[1] + mesh.uvs[3 * t + 2] * w[2];
-        const ZVector n = p.normalized(false);
-        const float len = length * (0.7f + 0.6f * ZRandomUnit(uid ^ 0x5bd1e995u));
-
-        f.uid.push_back(static_cast<int>(uid));
-        f.rtp.push_back(0);
-        f.tgl.push_back(t);
-        f.bcc.push_back(w);
-        f.uvw.push_back(uvw);
-        f.nmp.push_back(p);
-        f.ln0.push_back(len);
-        f.ln1.push_back(len);
-        // Each strand is bound to the first strand of its run of 50, its guide.
-        const int guide = (i / 50) * 50;
-        const float weight = 1.f;
-        f.bdi.push(&guide, 1);
-        f.bdw.push(&weight, 1);
-
-        for (int j = 0; j < cvCount; ++j)
-            cvs[static_cast<size_t>(j)] = p + n * (len * static_cast<float>(j) / static_cast<float>(cvCount - 1));
-        curves.push(cvs.data(), cvCount);
+    ZRootGrower grower;
+    grower.seed = 1;
+    if (!grower.grow(mesh, count, f)) {
+        std::cerr << "growStrands: " << grower.message << "\n";
+        std::exit(1);
     }
+    const int n = f.numStrands();
+    f.rtp.setLength(n, true);
+    f.ln0.setLength(n);
+    for (int i = 0; i < n; ++i) f.ln0[i] = length * (0.7f + 0.6f * ZRandomUnit(static_cast<uint32_t>(f.uid[i]) ^ 0x5bd1e995u));
+    f.ln1 = f.ln0;
     f.maxLn0 = 0.f;
     for (float l : f.ln0) f.maxLn0 = std::max(f.maxLn0, l);
     f.maxLn1 = f.maxLn0;
-    const int n = f.numStrands();
     f.axs.setLength(n, true);
     f.rxy.setLength(n, true);
     f.twh.setLength(n, true);
     f.rwh.setLength(n, true);
     f.top.setLength(n, true);
     f.rop.setLength(n, true);
-    f.updateAxes(mesh, frames, true);
+    if (!f.updateAxes(mesh, frames, true)) std::exit(1);
+
+    // Each strand straight out of the body along its root frame's normal.
+    std::vector<ZVector> cvs(static_cast<size_t>(cvCount));
+    for (int i = 0; i < n; ++i) {
+        const ZVector& p = f.nmp[i];
+        const ZVector& normal = f.axs[i].zAxis;
+        for (int j = 0; j < cvCount; ++j)
+            cvs[static_cast<size_t>(j)] =
+                p + normal * (f.ln0[i] * static_cast<float>(j) / static_cast<float>(cvCount - 1));
+        curves.push(cvs.data(), cvCount);
+    }
+
+    ZIntArray guides;
+    for (int i = 0; i < n; i += 50) guides.push_back(i);
+    ZGuideBinder binder;
+    if (n > 0 && !binder.bind(f, guides)) {
+        std::cerr << "growStrands: " << binder.message << "\n";
+        std::exit(1);
+    }
     f.calcRxy(curves, true);
 }
 

@@ -1,5 +1,5 @@
 // The built-in data of the example hosts: a sphere body with per-corner surface
-// coordinates and per-vertex frames, and strands grown on it.
+// coordinates, and strands grown on it with the host toolkit.
 #pragma once
 
 #include "base/UlmexBase.h"
@@ -8,16 +8,20 @@
 
 namespace examples {
 
-// A UV sphere: rings of latitude, segments of longitude, a vertex frame per point (z the
-// outward normal, x along increasing longitude) and three surface coordinates per
-// triangle, so the seam and the poles get the coordinates of their own triangles.
-void buildSphere(float radius, int rings, int segments, Ulmex::ZTriMesh& mesh, Ulmex::ZAxisArray& frames);
+// A UV sphere: rings of latitude, segments of longitude, and three surface coordinates
+// per triangle, so the seam and the poles get the coordinates of their own triangles.
+void buildSphere(float radius, int rings, int segments, Ulmex::ZTriMesh& mesh);
 
-// Grows `count` strands of `cvCount` CVs and about `length` long (+-30%) at random points
-// of the body, straight along the surface normal, and fills every follicle array a record
-// needs: ids, roots, surface and noise positions, lengths, one guide binding per 50
-// strands, root frames (updateAxes) and lean axes (calcRxy). Randomness comes from the
-// system hash: the groom is the same on every run and machine.
+// The sphere's analytic frame at every point of buildSphere's mesh (z the outward normal,
+// x along increasing longitude): what the toolkit's body frames are checked against.
+Ulmex::ZAxisArray sphereFrames(float radius, int rings, int segments);
+
+// Grows `count` strands of `cvCount` CVs and about `length` long (+-30%) on the body, as a
+// host does with the toolkit: roots by area (ZRootGrower, seed 1), root frames from
+// `frames` (the body's ZBodyFrames), each strand straight along its root's normal, every
+// 50th strand a guide and every strand bound to the nearest (ZGuideBinder), then lean axes
+// (calcRxy). Widths and opacities are zero. Lengths come from the system hash of the uid:
+// the groom is the same on every run, machine and thread count.
 void growStrands(const Ulmex::ZTriMesh& mesh, const Ulmex::ZAxisArray& frames, int count, int cvCount, float length,
                  ZFollicles& f, Ulmex::ZCurves& curves);
 

@@ -45,8 +45,8 @@ ZVectorArray scattered(int n, float spread) {
 
 TEST(BodyFrames, FollowTheSphereAndItsLongitudeAtAnyThreadCount) {
     ZTriMesh body;
-    ZAxisArray analytic;
-    examples::buildSphere(1.f, 24, 48, body, analytic);
+    examples::buildSphere(1.f, 24, 48, body);
+    const ZAxisArray analytic = examples::sphereFrames(1.f, 24, 48);
     ZBodyFrames frames;
     ASSERT_TRUE(frames.build(body));
     const ZAxisArray one = atThreads(1, [&] { ZAxisArray a; EXPECT_TRUE(frames.compute(body, a)); return a; });
@@ -80,8 +80,7 @@ TEST(BodyFrames, FollowTheSphereAndItsLongitudeAtAnyThreadCount) {
 
 TEST(RootProjector, FindsTheNearestTriangleExactlyAndPointsOnTheBodyStay) {
     ZTriMesh body;
-    ZAxisArray analytic;
-    examples::buildSphere(1.f, 16, 32, body, analytic);
+    examples::buildSphere(1.f, 16, 32, body);
     ZRootProjector projector;
     ASSERT_TRUE(projector.build(body));
     // Points in space: the tree's answer is the one a search of every triangle gives.
@@ -143,8 +142,7 @@ TEST(RootProjector, FindsTheNearestTriangleExactlyAndPointsOnTheBodyStay) {
 
 TEST(GroomFromCurves, PinnedGuidesBecomeAGroomOnTheBody) {
     ZTriMesh body;
-    ZAxisArray analytic;
-    examples::buildSphere(1.f, 16, 32, body, analytic);
+    examples::buildSphere(1.f, 16, 32, body);
     ZBodyFrames bf;
     ZAxisArray frames;
     ASSERT_TRUE(bf.build(body) && bf.compute(body, frames));
