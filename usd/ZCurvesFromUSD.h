@@ -1,15 +1,10 @@
-// Curves from a USD file, read at the Sdf level from the file's own layer (no composition,
-// no plug-ins beyond Sdf's): a BasisCurves prim's points, curveVertexCounts, widths,
-// primvars:st and ids (an int primvar "ids" or "id"), its type, basis and wrap, and the
-// product of the xformOps of the prim and of every prim above it in the layer. That is
-// what a DCC's export (Blender's, Houdini's) or a flattened stage holds; a file whose
-// curves come through references or payloads is flattened first (with usd-core in Python).
-//
-// Values are read at a time code as USD reads them: the time sample there, a linear blend
-// of the two around it (arrays of equal length; otherwise the earlier one), the first
-// before the first and the last after the last, and the default value without samples.
-// The xformOps understood are translate, scale, rotateX/Y/Z, the six rotateXYZ orders,
-// orient and transform, each possibly inverted ("!invert!"), and "!resetXformStack!".
+// Curves from a USD file, read at the Sdf level from the file's own layer (see ZUsdLayer:
+// no composition, values at a time code as USD resolves them, the world matrix from the
+// xformOps of the prim and every prim above it): a BasisCurves prim's points,
+// curveVertexCounts, widths, primvars:st and ids (an int primvar "ids" or "id"), its type,
+// basis and wrap. That is what a DCC's export (Blender's, Houdini's) or a flattened stage
+// holds; a file whose curves come through references or payloads is flattened first (with
+// usd-core in Python).
 #pragma once
 
 #include <string>

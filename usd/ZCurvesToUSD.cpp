@@ -1,11 +1,8 @@
 #include "usd/ZCurvesToUSD.h"
 
-#include <dlfcn.h>
 #include <sys/statvfs.h>
-#include <pxr/plug/registry.h>
 #include <pxr/sdf/attributeSpec.h>
 #include <pxr/sdf/primSpec.h>
-#include <pxr/sdf/schema.h>
 #include <pxr/sdf/types.h>
 #include <pxr/tf/errorMark.h>
 #include <pxr/tf/fileUtils.h>
@@ -19,8 +16,9 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <mutex>
 #include <string>
+
+#include "usd/ZUsdLayer.h"
 
 using namespace Ulmex;
 using namespace pxr;
@@ -282,35 +280,10 @@ std::string fileName(const ZCurvesToUSD& x, bool high, const char* format, Time.
 }
 
 
-// UsdGeom declares the primvar field "interpolation" in its plug-in information; Sdf alone
-// does not know it and refuses to author it. Where the OpenUSD in the process stops at Sdf
-// (the project's own does), the exporter declares the field itself, from the resource
-// plug-in installed beside this library (groomcore/usd/resources/plugInfo.json), with the
-// definition UsdGeom gives it. A process whose OpenUSD has UsdGeom keeps its own.
-void declareUsdGeomFields() {
-    static std::once_flag once;
-    std::call_once(once, [] {
-        if (SdfSchema::GetInstance().IsRegistered(interpolationKey())) return;
-        Dl_info info{};
-        std::string dir;
-        if (dladdr(reinterpret_cast<void*>(&declareUsdGeomFields), &info) && info.dli_fname) {
-            dir = info.dli_fname;
-            dir = dir.substr(0, dir.find_last_of('/') + 1);
-        }
-        const std::string plugin = dir + "groomcore/usd/resources/plugInfo.json";
-        PlugRegistry::GetInstance().RegisterPlugins(plugin);
-        if (!SdfSchema::GetInstance().IsRegistered(interpolationKey()))
-            std::fprintf(stderr,
-                         "ZCurvesToUSD: OpenUSD knows no \"interpolation\" field and %s does not declare it: "
-                         "primvar interpolations cannot be written\n",
-                         plugin.c_str());
-    });
-}
-
 // The layer of `path`, found, opened or made; null, with why in `failure`, when none can be.
 // OpenUSD's own diagnostics are caught, not printed: the caller reports one line.
 SdfLayerRefPtr findOrCreate(const std::string& path, ZString& failure) {
-    declareUsdGeomFields();
+    ZUsdLayer::declareUsdGeomFields();
     TfErrorMark mark;
     SdfLayerRefPtr layer = SdfLayer::FindOrOpen(path);
     if (!layer) layer = SdfLayer::CreateNew(path);

@@ -7,7 +7,7 @@ export caches to USD, on one machine or over a farm.
     groomcore export-usd CACHE_DIR NAME OUT_BASE --frames A-B [options]
     groomcore assemble CACHE_DIR NAME OUT_BASE --frames A-B [options]
     groomcore export-abc CACHE_DIR NAME OUT_BASE --frames A-B [--per-frame] [options]
-    groomcore import CURVES_ABC CURVES_PATH BODY_ABC BODY_PATH CACHE_DIR NAME --frames A-B [options]
+    groomcore import CURVES_FILE CURVES_PATH BODY_FILE BODY_PATH CACHE_DIR NAME --frames A-B [options]
 
 Errors are one line on stderr; the exit status is 0 only on success (1 for a fault found
 or a failed export, 2 for bad usage, 130 when interrupted).
@@ -488,14 +488,15 @@ def parser() -> argparse.ArgumentParser:
     q = sub.add_parser(
         "import",
         help="bake guide curves on a body into a cache",
-        description="Reads curves (an Alembic Curve object: guides exported from Blender, Houdini or Maya) and a "
-        "body (an Alembic polygon mesh), makes a groom of the curves on the body at the first frame (roots projected "
-        "onto it) and bakes every frame into CACHE_DIR/NAME.",
+        description="Reads curves (an Alembic Curve object or a USD BasisCurves prim: guides exported from Blender, "
+        "Houdini or Maya) and a body (an Alembic polygon mesh or a USD Mesh prim), makes a groom of the curves on the "
+        "body at the first frame (roots projected onto it) and bakes every frame into CACHE_DIR/NAME. USD files are "
+        "flattened with usd-core and read at the frame's time code.",
     )
-    q.add_argument("curves_file", metavar="CURVES_ABC", help="the Alembic file of the curves")
-    q.add_argument("curves_path", metavar="CURVES_PATH", help="the curves' object path, as groomcore abc lists it")
-    q.add_argument("body_file", metavar="BODY_ABC", help="the Alembic file of the body")
-    q.add_argument("body_path", metavar="BODY_PATH", help="the body's polygon mesh path")
+    q.add_argument("curves_file", metavar="CURVES_FILE", help="the Alembic or USD file of the curves")
+    q.add_argument("curves_path", metavar="CURVES_PATH", help="the curves' object or prim path")
+    q.add_argument("body_file", metavar="BODY_FILE", help="the Alembic or USD file of the body")
+    q.add_argument("body_path", metavar="BODY_PATH", help="the body's polygon mesh or Mesh prim path")
     cache_args(q)
     q.add_argument("--frames", metavar="A-B", required=True, help="the shot's frames")
     q.add_argument("--fps", type=float, default=24.0, help="frames per second of the files (default 24)")

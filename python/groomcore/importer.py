@@ -1,9 +1,9 @@
 """`groomcore import`: guide curves from an Alembic or USD file, on a body from an Alembic
-file, baked into a cache directory, frame by frame.
+or USD file, baked into a cache directory, frame by frame.
 
-USD curves are read at the Sdf level by groomcore's own reader from the stage flattened by
-usd-core (so curves that come through references, payloads or sublayers are found), at the
-time code of each frame.
+USD curves and bodies are read at the Sdf level by groomcore's own readers from the stage
+flattened by usd-core (so prims that come through references, payloads or sublayers are
+found), at the time code of each frame.
 
 The first frame gives the groom (roots projected onto the body, ids, widths, lengths); every
 frame gives the strands' shape, lengths and root frames on the body as it is then."""
@@ -47,10 +47,10 @@ def _open(file: str, path: str, what: str) -> tuple[gc.ZAlembicArchive, gc.ZAlem
 USD_SUFFIXES = (".usd", ".usda", ".usdc", ".usdz")
 
 
-class _UsdCurves:
-    """BasisCurves of a USD file, flattened by usd-core into a layer groomcore reads."""
+class _Flattened:
+    """A USD file's stage flattened by usd-core into one layer groomcore's readers read."""
 
-    def __init__(self, file: str, path: str) -> None:
+    def __init__(self, file: str) -> None:
         from pxr import Usd
 
         stage = Usd.Stage.Open(file)
@@ -59,17 +59,50 @@ class _UsdCurves:
         self._dir = tempfile.TemporaryDirectory(prefix="groomcore-import-")
         self.layer = str(Path(self._dir.name) / "flat.usdc")
         stage.Flatten().Export(self.layer)
-        self.path, self.file = path, file
-        reader = gc.ZCurvesFromUSD()
-        if path not in reader.curvePrims(self.layer):
-            raise CacheError(f"{file} has no BasisCurves prim {path}")
+        self.file = file
+
+
+class _UsdCurves:
+    """BasisCurves of a flattened USD file."""
+
+    def __init__(self, flat: _Flattened, path: str) -> None:
+        self.flat, self.path = flat, path
+        if path not in gc.ZCurvesFromUSD().curvePrims(flat.layer):
+            raise CacheError(f"{flat.file} has no BasisCurves prim {path}")
 
     def at(self, frame: int, fps: float) -> gc.ZAlembicCurves:
         reader = gc.ZCurvesFromUSD()
-        curves = reader.read(self.layer, self.path, float(frame))
+        curves = reader.read(self.flat.layer, self.path, float(frame))
         if curves is None:
             raise CacheError(f"frame {frame}: {reader.message}")
         return curves
+
+
+class _UsdBody:
+    """A Mesh prim of a flattened USD file."""
+
+    def __init__(self, flat: _Flattened, path: str) -> None:
+        self.flat, self.path = flat, path
+        if path not in gc.ZMeshFromUSD().meshPrims(flat.layer):
+            raise CacheError(f"{flat.file} has no Mesh prim {path}")
+
+    def at(self, frame: int, fps: float) -> gc.ZTriMesh:
+        reader = gc.ZMeshFromUSD()
+        body = reader.read(self.flat.layer, self.path, float(frame))
+        if body is None:
+            raise CacheError(f"frame {frame}: the body {reader.message}")
+        return body
+
+
+class _AbcBody:
+    def __init__(self, file: str, path: str) -> None:
+        self.archive, self.obj = _open(file, path, "body")
+
+    def at(self, frame: int, fps: float) -> gc.ZTriMesh:
+        try:
+            return gc.ZAlembicBody.read(self.obj, self.obj.sampleAtFrame(frame, fps))
+        except ValueError as e:
+            raise CacheError(f"frame {frame}: the body {e}") from None
 
 
 class _AbcCurves:
@@ -98,13 +131,20 @@ def import_curves(
 ) -> int:
     """Bakes the curves on the body into out_dir/name for `frames`; returns the strand count.
     Raises CacheError with one line for anything that cannot be imported."""
+    flattened: dict[str, _Flattened] = {}
+
+    def flat(file: str) -> _Flattened:
+        if file not in flattened:
+            flattened[file] = _Flattened(file)
+        return flattened[file]
+
+    def is_usd(file: str) -> bool:
+        return file.lower().endswith(USD_SUFFIXES)
+
     source: Any = (
-        _UsdCurves(curves_file, curves_path)
-        if curves_file.lower().endswith(USD_SUFFIXES)
-        else _AbcCurves(curves_file, curves_path)
+        _UsdCurves(flat(curves_file), curves_path) if is_usd(curves_file) else _AbcCurves(curves_file, curves_path)
     )
-    keep = _open(body_file, body_path, "body")
-    body_obj = keep[1]
+    body_source: Any = _UsdBody(flat(body_file), body_path) if is_usd(body_file) else _AbcBody(body_file, body_path)
     frame_set = gc.ZBodyFrames()
     follicles = gc.ZFollicles()
     cache = gc.ZCacheData()
@@ -112,10 +152,7 @@ def import_curves(
     out_dir.mkdir(parents=True, exist_ok=True)
     count = 0
     for k, frame in enumerate(frames):
-        try:
-            body = gc.ZAlembicBody.read(body_obj, body_obj.sampleAtFrame(frame, fps))
-        except ValueError as e:
-            raise CacheError(f"frame {frame}: the body {e}") from None
+        body = body_source.at(frame, fps)
         if k == 0 and not frame_set.build(body):
             raise CacheError(f"frame {frame}: the body {body_path} has a triangle naming a missing point")
         try:

@@ -13,6 +13,7 @@
 #include "pointers.h"
 #include "usd/ZCurvesFromUSD.h"
 #include "usd/ZCurvesToUSD.h"
+#include "usd/ZMeshFromUSD.h"
 #include "validate.h"
 
 using namespace Ulmex;
@@ -224,6 +225,34 @@ void bindUsd(nb::module_& m) {
             },
             nb::arg("file"), nb::arg("primPath"), nb::arg("time"),
             "A ZAlembicCurves of the BasisCurves prim at primPath of the file's layer at the time code, or None "
+            "with the reason in message.");
+
+    nb::class_<ZMeshFromUSD>(m, "ZMeshFromUSD", doc("ZMeshFromUSD"))
+        .def(nb::init<>())
+        .def_ro("message", &ZMeshFromUSD::message, doc("ZMeshFromUSD.message"))
+        .def(
+            "meshPrims",
+            [](ZMeshFromUSD& r, const ZString& file) {
+                loadPluginsApartFromPython();
+                const Unlocked unlocked("meshPrims", {writing(r)});
+                return r.meshPrims(file);
+            },
+            nb::arg("file"), doc("ZMeshFromUSD.meshPrims"))
+        .def(
+            "read",
+            [](ZMeshFromUSD& r, const ZString& file, const std::string& primPath, double time) -> std::optional<ZTriMesh> {
+                loadPluginsApartFromPython();
+                ZTriMesh body;
+                bool ok;
+                {
+                    const Unlocked unlocked("read", {writing(r)});
+                    ok = r.read(file, primPath, time, body);
+                }
+                if (!ok) return std::nullopt;
+                return body;
+            },
+            nb::arg("file"), nb::arg("primPath"), nb::arg("time"),
+            "The ZTriMesh of the Mesh prim at primPath of the file's layer at the time code, in world space, or None "
             "with the reason in message.");
 }
 

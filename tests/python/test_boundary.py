@@ -656,3 +656,102 @@ stage.GetRootLayer().Save()
     assert reader.read(str(tmp_path / "guides.usda"), "/rig", 1.0) is None
     assert reader.message == "/rig in " + str(tmp_path / "guides.usda") + " is not BasisCurves (its type: Xform)"
     assert reader.read(str(tmp_path / "absent.usda"), "/x", 1.0) is None
+
+
+def test_bodies_come_in_from_a_usd_layer_as_usd_core_reads_them(tmp_path: Path) -> None:
+    """Mesh prims as bodies: a cube of quads under animated translate, rotate and orient
+    ops (read between two samples, blended as USD blends them), once rightHanded with
+    faceVarying indexed st and once leftHanded with a vertex UV map under Blender's name;
+    triangles and a mesh without UVs. World points as usd-core computes them, every triangle
+    facing out of the cube in both orientations, every corner's UV the one usd-core gives
+    that corner of its face."""
+    script = f"""
+from pxr import Gf, Sdf, Usd, UsdGeom, Vt
+stage = Usd.Stage.CreateNew({str(tmp_path / "body.usda")!r})
+rig = UsdGeom.Xform.Define(stage, "/rig")
+op = rig.AddTranslateOp()
+op.Set(Gf.Vec3d(0, 0, 0), 1.0)
+op.Set(Gf.Vec3d(0, 4, 0), 3.0)
+turn = rig.AddRotateYOp()
+turn.Set(10.0, 1.0)
+turn.Set(70.0, 3.0)
+tilt = rig.AddOrientOp()
+tilt.Set(Gf.Quatf(1, 0, 0, 0), 1.0)
+tilt.Set(Gf.Quatf(0.8, 0.6, 0, 0), 3.0)
+points = Vt.Vec3fArray([Gf.Vec3f(x, y, z) for z in (-1, 1) for y in (-1, 1) for x in (-1, 1)])
+ccw = [[0, 2, 3, 1], [4, 5, 7, 6], [0, 1, 5, 4], [2, 6, 7, 3], [0, 4, 6, 2], [1, 3, 7, 5]]
+for name, left in (("right", False), ("left", True)):
+    m = UsdGeom.Mesh.Define(stage, "/rig/" + name)
+    m.GetPointsAttr().Set(points)
+    m.GetFaceVertexCountsAttr().Set(Vt.IntArray([4] * 6))
+    faces = [[f[0]] + f[1:][::-1] for f in ccw] if left else ccw
+    m.GetFaceVertexIndicesAttr().Set(Vt.IntArray([v for f in faces for v in f]))
+    pv = UsdGeom.PrimvarsAPI(m)
+    if left:
+        m.GetOrientationAttr().Set("leftHanded")
+        uv = pv.CreatePrimvar("UVMap", Sdf.ValueTypeNames.TexCoord2fArray, "vertex")
+        uv.Set(Vt.Vec2fArray([Gf.Vec2f(0.1 * k, 1 - 0.1 * k) for k in range(8)]))
+    else:
+        st = pv.CreatePrimvar("st", Sdf.ValueTypeNames.TexCoord2fArray, "faceVarying")
+        st.Set(Vt.Vec2fArray([Gf.Vec2f(0.05 * k, 0.5 + 0.01 * k) for k in range(10)]))
+        st.SetIndices(Vt.IntArray([(3 * c) % 10 for c in range(24)]))
+tri = UsdGeom.Mesh.Define(stage, "/bare")
+tri.GetPointsAttr().Set(Vt.Vec3fArray([Gf.Vec3f(0, 0, 0), Gf.Vec3f(1, 0, 0), Gf.Vec3f(0, 1, 0), Gf.Vec3f(1, 1, 0)]))
+tri.GetFaceVertexCountsAttr().Set(Vt.IntArray([3, 3]))
+tri.GetFaceVertexIndicesAttr().Set(Vt.IntArray([0, 1, 2, 2, 1, 3]))
+bad = UsdGeom.Mesh.Define(stage, "/bad")
+bad.GetPointsAttr().Set(Vt.Vec3fArray([Gf.Vec3f(0, 0, 0)]))
+bad.GetFaceVertexCountsAttr().Set(Vt.IntArray([3]))
+bad.GetFaceVertexIndicesAttr().Set(Vt.IntArray([0, 0, 5]))
+stage.GetRootLayer().Save()
+"""
+    subprocess.run([sys.executable, "-c", script], check=True)
+    from pxr import Usd, UsdGeom
+
+    file = str(tmp_path / "body.usda")
+    stage = Usd.Stage.Open(file)
+    reader = gc.ZMeshFromUSD()
+    assert reader.meshPrims(file) == ["/bad", "/bare", "/rig/left", "/rig/right"]
+    t = 2.0
+    for path in ("/rig/right", "/rig/left"):
+        theirs = UsdGeom.Mesh(stage.GetPrimAtPath(path))
+        body = reader.read(file, path, t)
+        assert body is not None, reader.message
+        world = np.array(theirs.ComputeLocalToWorldTransform(t), np.float64)
+        local = np.array(theirs.GetPointsAttr().Get(t), np.float64)
+        expected = np.c_[local, np.ones(len(local))] @ world  # row vectors, as USD
+        assert np.allclose(body.points, expected[:, :3], atol=1e-5)
+        assert np.allclose(expected[:, :3].mean(axis=0), [0, 2, 0], atol=1e-5)  # halfway up
+        p = body.points.astype(np.float64)
+        v = body.v012
+        assert v.shape == (12, 3)
+        normals = np.cross(p[v[:, 1]] - p[v[:, 0]], p[v[:, 2]] - p[v[:, 0]])
+        outward = p[v].mean(axis=1) - p.mean(axis=0)
+        assert np.all(np.einsum("ij,ij->i", normals, outward) > 0), path
+        # Face k gives triangles 2k and 2k + 1; each corner's UV is usd-core's for that
+        # point of that face.
+        faces = np.array(theirs.GetFaceVertexIndicesAttr().Get(t)).reshape(6, 4)
+        name = "st" if path.endswith("right") else "UVMap"
+        primvar = UsdGeom.PrimvarsAPI(theirs).GetPrimvar(name)
+        values = np.array(primvar.ComputeFlattened(t), np.float32)
+        uvs = body.uvs.reshape(12, 3, 3)
+        assert np.all(uvs[:, :, 2] == 0)
+        for k in range(12):
+            face = k // 2
+            for c in range(3):
+                point = v[k, c]
+                if primvar.GetInterpolation() == "faceVarying":
+                    want = values[4 * face + list(faces[face]).index(point)]
+                else:
+                    want = values[point]
+                assert np.array_equal(uvs[k, c, :2], want), (path, k, c)
+    bare = reader.read(file, "/bare", 0.0)
+    assert bare is not None and bare.v012.tolist() == [[0, 1, 2], [2, 1, 3]]
+    assert np.all(bare.uvs == 0) and bare.uvs.shape == (6, 3)
+    assert reader.read(file, "/bad", 0.0) is None
+    assert reader.message == "/bad: a face names point 5 of 1"
+    assert reader.read(file, "/rig", 0.0) is None
+    assert reader.message == f"/rig in {file} is not Mesh (its type: Xform)"
+    assert reader.read(file, "no path", 0.0) is None and reader.message == "no path is no prim path"
+    assert reader.read(str(tmp_path / "absent.usda"), "/x", 0.0) is None
+    assert reader.message.endswith("cannot be read as a USD layer")

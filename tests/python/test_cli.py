@@ -548,13 +548,26 @@ for k in range(3):
 c = UsdGeom.BasisCurves.Define(stage, "/rig/guides")
 c.CreateCurveVertexCountsAttr(Vt.IntArray([4, 4]))
 c.GetPointsAttr().Set(Vt.Vec3fArray([Gf.Vec3f(0.5 * i, 0.1 * j, 0.25) for i in range(2) for j in range(4)]))
+ground = UsdGeom.Mesh.Define(stage, "/rig/ground")
+corners = [Gf.Vec3f(-1, 0, -1), Gf.Vec3f(2, 0, -1), Gf.Vec3f(2, 0, 2), Gf.Vec3f(-1, 0, 2)]
+ground.GetPointsAttr().Set(Vt.Vec3fArray(corners))
+ground.GetFaceVertexCountsAttr().Set(Vt.IntArray([4]))
+ground.GetFaceVertexIndicesAttr().Set(Vt.IntArray([0, 3, 2, 1]))
 stage.GetRootLayer().Save()
 """
     subprocess.run([sys.executable, "-c", usd_guides], check=True)
-    done = run(
-        "import", tmp_path / "guides.usda", "/rig/guides", scene, "/rig/ground", tmp_path / "c3", "g", "--frames", "1-3"
-    )
+    usd = tmp_path / "guides.usda"
+    done = run("import", usd, "/rig/guides", scene, "/rig/ground", tmp_path / "c3", "g", "--frames", "1-3")
     assert done.returncode == 0 and done.stdout.startswith("imported 2 curves over 3 frames"), done.stderr
+    # Guides and body both from USD: the roots follow the body's rig as they do on Alembic.
+    done = run("import", usd, "/rig/guides", usd, "/rig/ground", tmp_path / "c4", "g", "--frames", "1-3")
+    assert done.returncode == 0 and done.stdout.startswith("imported 2 curves over 3 frames"), done.stderr
+    both = CacheDir(tmp_path / "c4", "g")
+    first, last = both.read_frame(1)[0], both.read_frame(3)[0]
+    assert np.allclose(last.cvs[last.start] - first.cvs[first.start], [0, 2, 0])
+    assert run("check", tmp_path / "c4", "g").returncode == 0
+    failed = run("import", usd, "/rig/guides", usd, "/rig/guides", tmp_path / "c5", "g", "--frames", "1-3")
+    assert failed.returncode == 1 and failed.stderr.strip().endswith("has no Mesh prim /rig/guides"), failed.stderr
 
     for args, message in (
         (["/rig/stray", *common], "frame 1: 3 of 3 curve roots lie farther than"),
