@@ -1,15 +1,16 @@
 """The peer of the Alembic benchmark, on the real Alembic library (alembic3d):
 
-    alembic_bench_peer.py write DIR POINTS SAMPLES OBJECTS
-        mesh.abc: one animated PolyMesh of POINTS points (a grid of quads) over SAMPLES
-        samples; tree.abc: OBJECTS objects, transforms in groups of 100, each holding a
-        small mesh; full.abc: a mesh of POINTS points with indexed face-varying UVs over 10
-        samples; wide_2500.abc and wide_10000.abc: that many sibling transforms.
-    alembic_bench_peer.py read DIR SAMPLES
-        reads every sample's positions of mesh.abc, and walks tree.abc reading every
-        object's name and full name; prints one JSON line with the seconds spent in the
-        library for each.
+alembic_bench_peer.py write DIR POINTS SAMPLES OBJECTS
+    mesh.abc: one animated PolyMesh of POINTS points (a grid of quads) over SAMPLES
+    samples; tree.abc: OBJECTS objects, transforms in groups of 100, each holding a
+    small mesh; full.abc: a mesh of POINTS points with indexed face-varying UVs over 10
+    samples; wide_2500.abc and wide_10000.abc: that many sibling transforms.
+alembic_bench_peer.py read DIR SAMPLES
+    reads every sample's positions of mesh.abc, and walks tree.abc reading every
+    object's name and full name; prints one JSON line with the seconds spent in the
+    library for each.
 """
+
 import json
 import math
 import os
@@ -35,9 +36,13 @@ def write(out, points, samples, objects):
     for k in range(samples):
         p = base.copy()
         p[:, 2] = 0.01 * k * np.sin(base[:, 0] * 0.01)
-        mesh.getSchema().set(AbcGeom.OPolyMeshSchemaSample(
-            imath.V3fArrayFromBuffer(np.ascontiguousarray(p)), imath.IntArrayFromBuffer(indices),
-            imath.IntArrayFromBuffer(counts)))
+        mesh.getSchema().set(
+            AbcGeom.OPolyMeshSchemaSample(
+                imath.V3fArrayFromBuffer(np.ascontiguousarray(p)),
+                imath.IntArrayFromBuffer(indices),
+                imath.IntArrayFromBuffer(counts),
+            )
+        )
     del mesh, archive
 
     archive = Abc.OArchive(os.path.join(out, "tree.abc"))
@@ -50,15 +55,15 @@ def write(out, points, samples, objects):
     made = 0
     while made < objects:
         if made % 100 == 0:
-            group = AbcGeom.OXform(top, "group%d" % made)
+            group = AbcGeom.OXform(top, f"group{made}")
             keep.append(group)
             made += 1
             continue
-        x = AbcGeom.OXform(group, "xf%d" % made)
+        x = AbcGeom.OXform(group, f"xf{made}")
         s = AbcGeom.XformSample()
         s.setTranslation(imath.V3d(made, 0, 0))
         x.getSchema().set(s)
-        m = AbcGeom.OPolyMesh(x, "shape%d" % made)
+        m = AbcGeom.OPolyMesh(x, f"shape{made}")
         ints = imath.IntArray(3)
         for i in range(3):
             ints[i] = i
@@ -80,15 +85,20 @@ def write(out, points, samples, objects):
         p = base.copy()
         p[:, 2] = 0.01 * k
         uv = AbcGeom.OV2fGeomParamSample(uv_values, uv_indices, AbcGeom.GeometryScope.kFacevaryingScope)
-        mesh.getSchema().set(AbcGeom.OPolyMeshSchemaSample(
-            imath.V3fArrayFromBuffer(np.ascontiguousarray(p)), imath.IntArrayFromBuffer(indices),
-            imath.IntArrayFromBuffer(counts), uv))
+        mesh.getSchema().set(
+            AbcGeom.OPolyMeshSchemaSample(
+                imath.V3fArrayFromBuffer(np.ascontiguousarray(p)),
+                imath.IntArrayFromBuffer(indices),
+                imath.IntArrayFromBuffer(counts),
+                uv,
+            )
+        )
     del mesh, archive
 
     for n in (2500, 10000):
-        archive = Abc.OArchive(os.path.join(out, "wide_%d.abc" % n))
+        archive = Abc.OArchive(os.path.join(out, f"wide_{n}.abc"))
         top = archive.getTop()
-        keep = [AbcGeom.OXform(top, "sibling%05d" % i) for i in range(n)]
+        keep = [AbcGeom.OXform(top, f"sibling{i:05d}") for i in range(n)]
         del keep, top, archive
 
 
@@ -110,7 +120,7 @@ def read_full(out):
 
 def read_wide(out, n):
     t0 = time.perf_counter()
-    top = Abc.IArchive(os.path.join(out, "wide_%d.abc" % n)).getTop()
+    top = Abc.IArchive(os.path.join(out, f"wide_{n}.abc")).getTop()
     names = sum(len(top.getChild(i).getName()) for i in range(top.getNumChildren()))
     return time.perf_counter() - t0, names
 
@@ -138,8 +148,20 @@ def read(out, samples):
     full_s, values = read_full(out)
     wide_2500_s, _ = read_wide(out, 2500)
     wide_10000_s, _ = read_wide(out, 10000)
-    print(json.dumps({"mesh_s": mesh_s, "tree_s": tree_s, "points": total, "names": names, "full_s": full_s,
-                      "values": values, "wide_2500_s": wide_2500_s, "wide_10000_s": wide_10000_s}))
+    print(
+        json.dumps(
+            {
+                "mesh_s": mesh_s,
+                "tree_s": tree_s,
+                "points": total,
+                "names": names,
+                "full_s": full_s,
+                "values": values,
+                "wide_2500_s": wide_2500_s,
+                "wide_10000_s": wide_10000_s,
+            }
+        )
+    )
 
 
 if __name__ == "__main__":

@@ -9,6 +9,7 @@ writes them as one animated OCurves, reads every frame back, and prints one JSON
 seconds per frame spent in the library for writing and for reading, and the file's size.
 Building the input arrays is not counted.
 """
+
 import json
 import os
 import sys
@@ -27,7 +28,7 @@ def read_frame(path):
     def take(dtype, count, width=1):
         nonlocal at
         n = count * width * np.dtype(dtype).itemsize
-        out = raw[at:at + n].view(dtype)
+        out = raw[at : at + n].view(dtype)
         at += n
         return out
 
@@ -57,14 +58,16 @@ def main():
     schema = curves.getSchema()
     counts = None
     for f in range(1, frames + 1):
-        num_cvs, cvs, ln1 = read_frame(os.path.join(cache_dir, "curves_p%d" % f))
+        num_cvs, cvs, ln1 = read_frame(os.path.join(cache_dir, f"curves_p{f}"))
         pos = imath.V3fArrayFromBuffer(np.ascontiguousarray(cvs))
-        widths = AbcGeom.OFloatGeomParamSample(imath.FloatArrayFromBuffer(np.ascontiguousarray(ln1)),
-                                               AbcGeom.GeometryScope.kUniformScope)
+        widths = AbcGeom.OFloatGeomParamSample(
+            imath.FloatArrayFromBuffer(np.ascontiguousarray(ln1)), AbcGeom.GeometryScope.kUniformScope
+        )
         if counts is None:
             counts = imath.IntArrayFromBuffer(np.ascontiguousarray(num_cvs))
-        sample = AbcGeom.OCurvesSchemaSample(pos, counts, AbcGeom.CurveType.kCubic,
-                                             AbcGeom.CurvePeriodicity.kNonPeriodic, widths)
+        sample = AbcGeom.OCurvesSchemaSample(
+            pos, counts, AbcGeom.CurveType.kCubic, AbcGeom.CurvePeriodicity.kNonPeriodic, widths
+        )
         t0 = time.perf_counter()
         schema.set(sample)
         write_s += time.perf_counter() - t0
@@ -91,8 +94,16 @@ def main():
         read_s += time.perf_counter() - t0
         # (np.asarray on imath arrays is not safe: the bindings free its memory twice)
         checksum += pos[len(pos) - 1].x + widths[len(widths) - 1] + len(counts)
-    print(json.dumps({"write_s_per_frame": write_s / frames, "read_s_per_frame": read_s / frames,
-                      "bytes": os.path.getsize(out), "checksum": checksum}))
+    print(
+        json.dumps(
+            {
+                "write_s_per_frame": write_s / frames,
+                "read_s_per_frame": read_s / frames,
+                "bytes": os.path.getsize(out),
+                "checksum": checksum,
+            }
+        )
+    )
 
 
 if __name__ == "__main__":

@@ -9,6 +9,7 @@ a frame range and into per-frame files. Prints one JSON line: seconds per frame 
 the USD calls (reading the raw arrays is not counted), the first and last frame of the one
 file, this process's resident and peak memory, and bytes on disk.
 """
+
 import json
 import os
 import sys
@@ -29,18 +30,21 @@ def read_attributes(raw_dir):
     raw = open(os.path.join(raw_dir, "attributes.raw"), "rb").read()
     n, nw, _, _ = np.frombuffer(raw[:16], dtype=np.int32)
     at = 16
-    counts = np.frombuffer(raw[at:at + 4 * n], dtype=np.int32); at += 4 * n
-    widths = np.frombuffer(raw[at:at + 4 * nw], dtype=np.float32); at += 4 * nw
-    uids = np.frombuffer(raw[at:at + 4 * n], dtype=np.float32); at += 4 * n
-    st = np.frombuffer(raw[at:at + 8 * n], dtype=np.float32).reshape(-1, 2)
+    counts = np.frombuffer(raw[at : at + 4 * n], dtype=np.int32)
+    at += 4 * n
+    widths = np.frombuffer(raw[at : at + 4 * nw], dtype=np.float32)
+    at += 4 * nw
+    uids = np.frombuffer(raw[at : at + 4 * n], dtype=np.float32)
+    at += 4 * n
+    st = np.frombuffer(raw[at : at + 8 * n], dtype=np.float32).reshape(-1, 2)
     return counts, widths, uids, st
 
 
 def read_points(raw_dir, frame):
-    raw = open(os.path.join(raw_dir, "points.%d.raw" % frame), "rb").read()
+    raw = open(os.path.join(raw_dir, f"points.{frame}.raw"), "rb").read()
     (count,) = np.frombuffer(raw[:4], dtype=np.int32)
-    points = np.frombuffer(raw[4:4 + 12 * count], dtype=np.float32).reshape(-1, 3)
-    box = np.frombuffer(raw[4 + 12 * count:4 + 12 * count + 24], dtype=np.float32).reshape(2, 3)
+    points = np.frombuffer(raw[4 : 4 + 12 * count], dtype=np.float32).reshape(-1, 3)
+    box = np.frombuffer(raw[4 + 12 * count : 4 + 12 * count + 24], dtype=np.float32).reshape(2, 3)
     return points, box
 
 
@@ -104,7 +108,7 @@ def main():
         keep.append(attribute_half(name, attrs))
         for frame in range(1, frames + 1):
             points, box = read_points(raw_dir, frame)
-            path = os.path.join(out, "hair.high_geom.%04d.usd" % frame) if per_frame else name
+            path = os.path.join(out, f"hair.high_geom.{frame:04d}.usd") if per_frame else name
             t0 = time.perf_counter()
             layer = geometry_half(path, frame, points, box, per_frame, frames)
             s = time.perf_counter() - t0
@@ -118,8 +122,9 @@ def main():
         result[key + "_s_per_frame"] = total / frames
         result[key + "_bytes"] = size
         if not per_frame:
-            result.update(one_file_first_s=first, one_file_last_s=last, rss_first_MiB=rss_first,
-                          rss_last_MiB=status_mib("VmRSS:"))
+            result.update(
+                one_file_first_s=first, one_file_last_s=last, rss_first_MiB=rss_first, rss_last_MiB=status_mib("VmRSS:")
+            )
         del keep, layer
         for f in os.listdir(out):
             os.remove(os.path.join(out, f))

@@ -6,6 +6,7 @@ BasisCurves prim's curveVertexCounts, points and widths as raw arrays for the ga
 OUT.raw: int32 curve count, the counts, int32 point count, the points (3 floats each),
 int32 width count, the widths. The prim is the layer's default prim.
 """
+
 import sys
 
 import numpy as np

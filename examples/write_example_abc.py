@@ -9,6 +9,7 @@ body as /character/characterBodyShape, each triangle written in Alembic's windin
 gives the host's triangles back in order. LEAF.abc holds a source: two leaf blades under a
 group, each with its own transform.
 """
+
 import sys
 
 import imath
@@ -19,9 +20,9 @@ from alembic3d import Abc, AbcCoreAbstract, AbcGeom
 def body(raw_path, out):
     raw = open(raw_path, "rb").read()
     (n,) = np.frombuffer(raw[:4], np.int32)
-    pts = np.frombuffer(raw[4:4 + 12 * n], np.float32).reshape(-1, 3)
-    (t,) = np.frombuffer(raw[4 + 12 * n:8 + 12 * n], np.int32)
-    tris = np.frombuffer(raw[8 + 12 * n:8 + 12 * n + 12 * t], np.int32).reshape(-1, 3)
+    pts = np.frombuffer(raw[4 : 4 + 12 * n], np.float32).reshape(-1, 3)
+    (t,) = np.frombuffer(raw[4 + 12 * n : 8 + 12 * n], np.int32)
+    tris = np.frombuffer(raw[8 + 12 * n : 8 + 12 * n + 12 * t], np.int32).reshape(-1, 3)
     clockwise = tris[:, [0, 2, 1]].astype(np.int32).ravel()
     archive = Abc.OArchive(out)
     tsi = archive.addTimeSampling(AbcCoreAbstract.TimeSampling(1.0 / 24, 1.0 / 24))
@@ -29,9 +30,13 @@ def body(raw_path, out):
     xf.getSchema().set(AbcGeom.XformSample())
     shape = AbcGeom.OPolyMesh(xf, "characterBodyShape", tsi)
     counts = np.full(t, 3, np.int32)
-    shape.getSchema().set(AbcGeom.OPolyMeshSchemaSample(
-        imath.V3fArrayFromBuffer(np.ascontiguousarray(pts)), imath.IntArrayFromBuffer(clockwise),
-        imath.IntArrayFromBuffer(counts)))
+    shape.getSchema().set(
+        AbcGeom.OPolyMeshSchemaSample(
+            imath.V3fArrayFromBuffer(np.ascontiguousarray(pts)),
+            imath.IntArrayFromBuffer(clockwise),
+            imath.IntArrayFromBuffer(counts),
+        )
+    )
     del shape, xf, archive
 
 

@@ -12,7 +12,8 @@ cd "$ROOT"
 ctest --preset "$PRESET" -j "$(nproc)"
 if [ "$PRESET" = release ]; then
   PY="$ROOT/.venv/bin/python"
-  PY_SOURCES=(examples/groom.py bench/bench_python.py bench/bench_export.py python tests/python scripts/openusd_prefix.py)
+  # Every Python file of the project: the package, its tools, tests, benchmarks and examples.
+  PY_SOURCES=(examples bench python tests scripts)
   "$PY" -m ruff check "${PY_SOURCES[@]}"
   "$PY" -m ruff format --check "${PY_SOURCES[@]}"
   "$PY" -m mypy python/groomcore examples/groom.py bench/bench_python.py bench/bench_export.py scripts/openusd_prefix.py \

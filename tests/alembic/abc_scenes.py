@@ -20,6 +20,7 @@ rigid.abc: meshes stored once under transforms sampled every frame, as Blender w
 curves.abc: groom guides as DCCs write them (see write_curves).
 archive_version_1.abc: body.abc with an archive version no release of Alembic writes.
 """
+
 import math
 import os
 import struct
@@ -79,15 +80,19 @@ def xform(parent, name, tsi, samples):
 
 def trs(t, r, s):
     """The stack translate, rotateZ, rotateY, rotateX, scale."""
-    T, RX, RY, RZ, S = (AbcGeom.XformOperationType.kTranslateOperation, AbcGeom.XformOperationType.kRotateXOperation,
-                        AbcGeom.XformOperationType.kRotateYOperation, AbcGeom.XformOperationType.kRotateZOperation,
-                        AbcGeom.XformOperationType.kScaleOperation)
+    T, RX, RY, RZ, S = (
+        AbcGeom.XformOperationType.kTranslateOperation,
+        AbcGeom.XformOperationType.kRotateXOperation,
+        AbcGeom.XformOperationType.kRotateYOperation,
+        AbcGeom.XformOperationType.kRotateZOperation,
+        AbcGeom.XformOperationType.kScaleOperation,
+    )
     return [op(T, *t), op(RZ, r[2]), op(RY, r[1]), op(RX, r[0]), op(S, *s)]
 
 
 def mesh(parent, name, tsi, frames, counts, indices, uvs=None, uv_indices=None, velocities=None):
     m = AbcGeom.OPolyMesh(parent, name, tsi)
-    for k, pts in enumerate(frames):
+    for _k, pts in enumerate(frames):
         if uvs is not None and uv_indices is not None:
             uv = AbcGeom.OV2fGeomParamSample(v2f(uvs), uints(uv_indices), AbcGeom.GeometryScope.kFacevaryingScope)
         elif uvs is not None:
@@ -116,16 +121,33 @@ def write_scene(path):
     uv_idx = [0, 1, 2, 0, 2, 3, 1, 4, 5, 2, 4, 0, 1, 3, 5]
     frames = [[(x, y, z + 0.25 * k) for (x, y, z) in pts] for k in range(3)]
     keep.append(mesh(body_xf, "bodyShape", tsi, frames, counts, indices, uvs, uv_idx))
-    zero = xform(root, "zeroScale", tsi, [[op(AbcGeom.XformOperationType.kTranslateOperation, 5, 0, 0),
-                                           op(AbcGeom.XformOperationType.kScaleOperation, 0, 0, 0)]])
+    zero = xform(
+        root,
+        "zeroScale",
+        tsi,
+        [
+            [
+                op(AbcGeom.XformOperationType.kTranslateOperation, 5, 0, 0),
+                op(AbcGeom.XformOperationType.kScaleOperation, 0, 0, 0),
+            ]
+        ],
+    )
     quad = [(0, 0, 0), (1, 0, 0), (1, 1, 0), (0, 1, 0)]
-    keep.append(mesh(zero, "zeroShape", tsi, [quad], [4], [0, 1, 2, 3],
-                     uvs=[(0, 0), (1, 0), (1, 1), (0, 1)]))
+    keep.append(mesh(zero, "zeroShape", tsi, [quad], [4], [0, 1, 2, 3], uvs=[(0, 0), (1, 0), (1, 1), (0, 1)]))
     singular = xform(root, "singular", tsi, [trs((0, 0, 7), (0, 0, 0), (0, 1, 1))])
     keep.append(mesh(singular, "singularShape", tsi, [quad[:3]], [3], [0, 1, 2]))
     mirror = xform(root, "mirror", tsi, [trs((0, -2, 0), (90, 0, 0), (-1, 1, 1))])
-    keep.append(mesh(mirror, "mirrorShape", tsi, [quad, [(x, y, 1) for x, y, _ in quad]], [4], [0, 1, 2, 3],
-                     velocities=[(0, 0, 1)] * 4))
+    keep.append(
+        mesh(
+            mirror,
+            "mirrorShape",
+            tsi,
+            [quad, [(x, y, 1) for x, y, _ in quad]],
+            [4],
+            [0, 1, 2, 3],
+            velocities=[(0, 0, 1)] * 4,
+        )
+    )
     arm = xform(root, "armBody", tsi, [[]])
     second = xform(top, "second", tsi, [trs((0, 0, 0), (0, 45, 0), (1, 1, 1))])
     keep.append(mesh(second, "secondShape", tsi, [quad], [4], [0, 1, 2, 3]))
@@ -187,9 +209,13 @@ def write_dcc(path):
     top = archive.getTop()
     tsi = archive.addTimeSampling(AbcCoreAbstract.TimeSampling(1.0 / FPS, 1.0 / FPS))
     twice = archive.addTimeSampling(AbcCoreAbstract.TimeSampling(0.5 / FPS, 1.0 / FPS))
-    T, RX, RY, RZ, S = (AbcGeom.XformOperationType.kTranslateOperation, AbcGeom.XformOperationType.kRotateXOperation,
-                        AbcGeom.XformOperationType.kRotateYOperation, AbcGeom.XformOperationType.kRotateZOperation,
-                        AbcGeom.XformOperationType.kScaleOperation)
+    T, RX, RY, RZ, S = (
+        AbcGeom.XformOperationType.kTranslateOperation,
+        AbcGeom.XformOperationType.kRotateXOperation,
+        AbcGeom.XformOperationType.kRotateYOperation,
+        AbcGeom.XformOperationType.kRotateZOperation,
+        AbcGeom.XformOperationType.kScaleOperation,
+    )
     keep = []
     tri = [(0, 0, 0), (1, 0, 0), (0, 1, 0)]
     quads = [(0, 0, 0), (1, 0, 0), (1, 1, 0), (0, 1, 0), (2, 0, 0), (2, 1, 0)]
@@ -214,9 +240,11 @@ def write_dcc(path):
     axis = [v / math.sqrt(14) for v in (1, 2, 3)]
     c, sn, k = math.cos(0.7), math.sin(0.7), 1 - math.cos(0.7)
     x, y, z = axis
-    rot = [[k * x * x + c, k * x * y + sn * z, k * x * z - sn * y],  # rows, for row vectors
-           [k * x * y - sn * z, k * y * y + c, k * y * z + sn * x],
-           [k * x * z + sn * y, k * y * z - sn * x, k * z * z + c]]
+    rot = [
+        [k * x * x + c, k * x * y + sn * z, k * x * z - sn * y],  # rows, for row vectors
+        [k * x * y - sn * z, k * y * y + c, k * y * z + sn * x],
+        [k * x * z + sn * y, k * y * z - sn * x, k * z * z + c],
+    ]
     scale = (2, 0.5, 1.5)
     rows = [[scale[i] * rot[i][j] for j in range(3)] + [0] for i in range(3)] + [[4, -1, 2, 1]]
     m = imath.M44d(*[v for row in rows for v in row])
@@ -227,8 +255,24 @@ def write_dcc(path):
     keep.append(mesh(matrix, "blenderShape", tsi, [tri], [3], [0, 2, 1]))
     # Maya's pivots: translate, rotate pivot, rotation, the pivot back, scale pivot, scale,
     # the scale pivot back.
-    pivot = xform(top, "mayaXf", tsi, [[op(T, 1, 2, 3), op(T, 0.5, 0, 0), op(RZ, 30), op(RY, 10), op(RX, 5),
-                                        op(T, -0.5, 0, 0), op(T, 0, 1, 0), op(S, 2, 2, 2), op(T, 0, -1, 0)]])
+    pivot = xform(
+        top,
+        "mayaXf",
+        tsi,
+        [
+            [
+                op(T, 1, 2, 3),
+                op(T, 0.5, 0, 0),
+                op(RZ, 30),
+                op(RY, 10),
+                op(RX, 5),
+                op(T, -0.5, 0, 0),
+                op(T, 0, 1, 0),
+                op(S, 2, 2, 2),
+                op(T, 0, -1, 0),
+            ]
+        ],
+    )
     keep.append(mesh(pivot, "mayaShape", tsi, [tri], [3], [0, 2, 1]))
     # A transform sampled twice per frame above a mesh sampled once per frame.
     sway = xform(top, "swayXf", twice, [trs((0.25 * k, 0, 0), (0, 0, 0), (1, 1, 1)) for k in range(6)])
@@ -269,7 +313,7 @@ def write_wide(path, count=10000):
     archive = Abc.OArchive(path)
     top = archive.getTop()
     wide = xform(top, "wide", 0, [[]])
-    keep = [xform(wide, "sibling%05d" % i, 0, [[]]) for i in range(count)]
+    keep = [xform(wide, f"sibling{i:05d}", 0, [[]]) for i in range(count)]
     keep.append(mesh(keep[count // 2], "middleShape", 0, [[(0, 0, 0), (1, 0, 0), (0, 1, 0)]], [3], [0, 2, 1]))
     del keep, wide, top, archive
 
@@ -287,7 +331,9 @@ def write_rigid(path, frames=24):
     keep = []
 
     def prop(parent, name, shape):
-        xf = xform(parent, name, tsi, [trs((0.1 * k, 0, 0.05 * k), (7.5 * k, 15 * k, 0), (1, 1, 1)) for k in range(frames)])
+        xf = xform(
+            parent, name, tsi, [trs((0.1 * k, 0, 0.05 * k), (7.5 * k, 15 * k, 0), (1, 1, 1)) for k in range(frames)]
+        )
         keep.extend([xf, mesh(xf, shape, tsi, [tri], [3, 3], [0, 2, 1, 0, 3, 2])])
         return xf
 
@@ -296,7 +342,7 @@ def write_rigid(path, frames=24):
     prop(rig, "propXf", "propShape")
     still = xform(rig, "staticXf", tsi, [trs((0, 0, 2), (0, 0, 0), (1, 1, 1))])
     keep += [rig, still, mesh(still, "staticShape", tsi, [tri], [3, 3], [0, 2, 1, 0, 3, 2]), top, archive]
-    del keep
+    keep.clear()  # the archive is written out as its last reference goes
 
 
 def curves(parent, name, tsi, frames, counts, kind, wrap, basis, widths=None, width_indices=None, uvs=None, ids=None):
@@ -308,8 +354,13 @@ def curves(parent, name, tsi, frames, counts, kind, wrap, basis, widths=None, wi
     n_points = len(frames[0])
 
     def scope(n):
-        return (AbcGeom.GeometryScope.kConstantScope if n == 1 else
-                AbcGeom.GeometryScope.kUniformScope if n == len(counts) else AbcGeom.GeometryScope.kVertexScope)
+        return (
+            AbcGeom.GeometryScope.kConstantScope
+            if n == 1
+            else AbcGeom.GeometryScope.kUniformScope
+            if n == len(counts)
+            else AbcGeom.GeometryScope.kVertexScope
+        )
 
     if widths is None:
         width = AbcGeom.OFloatGeomParamSample()
@@ -318,16 +369,22 @@ def curves(parent, name, tsi, frames, counts, kind, wrap, basis, widths=None, wi
         for i, w in enumerate(widths):
             vals[i] = w
         n = len(width_indices) if width_indices is not None else len(widths)
-        width = (AbcGeom.OFloatGeomParamSample(vals, uints(width_indices), scope(n)) if width_indices is not None
-                 else AbcGeom.OFloatGeomParamSample(vals, scope(n)))
+        width = (
+            AbcGeom.OFloatGeomParamSample(vals, uints(width_indices), scope(n))
+            if width_indices is not None
+            else AbcGeom.OFloatGeomParamSample(vals, scope(n))
+        )
     uv = AbcGeom.OV2fGeomParamSample(v2f(uvs), scope(len(uvs))) if uvs is not None else AbcGeom.OV2fGeomParamSample()
     id_param = None
     if ids is not None:
-        id_param = AbcGeom.OInt32GeomParam(schema.getArbGeomParams(), "id", False, AbcGeom.GeometryScope.kUniformScope, 1)
-    for k, pts in enumerate(frames):
+        id_param = AbcGeom.OInt32GeomParam(
+            schema.getArbGeomParams(), "id", False, AbcGeom.GeometryScope.kUniformScope, 1
+        )
+    for _k, pts in enumerate(frames):
         assert len(pts) == n_points
-        sample = AbcGeom.OCurvesSchemaSample(v3f(pts), ints(counts), kind, wrap, width, uv, AbcGeom.ON3fGeomParamSample(),
-                                             basis)
+        sample = AbcGeom.OCurvesSchemaSample(
+            v3f(pts), ints(counts), kind, wrap, width, uv, AbcGeom.ON3fGeomParamSample(), basis
+        )
         schema.set(sample)
         if id_param is not None:
             id_param.set(AbcGeom.OInt32GeomParamSample(ints(ids), AbcGeom.GeometryScope.kUniformScope))
@@ -362,19 +419,63 @@ def write_curves(path):
     counts = [6, 8, 7]
     guides = xform(top, "guidesXf", tsi, [trs((0, 0.5 * k, 0), (0, 10 * k, 0), (1, 1, 1)) for k in range(3)])
     widths = [0.01 - 0.0005 * j for j in range(sum(counts))]
-    keep += [guides, curves(guides, "blenderHair", tsi, hair, counts, AbcGeom.CurveType.kCubic,
-                            AbcGeom.CurvePeriodicity.kNonPeriodic, AbcGeom.BasisType.kCatmullromBasis,
-                            widths=widths, uvs=[(0.1, 0.2), (0.3, 0.4), (0.5, 0.75)])]
+    keep += [
+        guides,
+        curves(
+            guides,
+            "blenderHair",
+            tsi,
+            hair,
+            counts,
+            AbcGeom.CurveType.kCubic,
+            AbcGeom.CurvePeriodicity.kNonPeriodic,
+            AbcGeom.BasisType.kCatmullromBasis,
+            widths=widths,
+            uvs=[(0.1, 0.2), (0.3, 0.4), (0.5, 0.75)],
+        ),
+    ]
     cubic = strand(1, 0, 4, 0.2) + strand(1.5, 0, 7, -0.1)
-    keep.append(curves(top, "cubic", tsi, [cubic], [4, 7], AbcGeom.CurveType.kCubic,
-                       AbcGeom.CurvePeriodicity.kNonPeriodic, AbcGeom.BasisType.kBsplineBasis,
-                       widths=[0.02, 0.03], width_indices=[1, 0], ids=[17, 4]))
+    keep.append(
+        curves(
+            top,
+            "cubic",
+            tsi,
+            [cubic],
+            [4, 7],
+            AbcGeom.CurveType.kCubic,
+            AbcGeom.CurvePeriodicity.kNonPeriodic,
+            AbcGeom.BasisType.kBsplineBasis,
+            widths=[0.02, 0.03],
+            width_indices=[1, 0],
+            ids=[17, 4],
+        )
+    )
     still = xform(top, "staticXf", tsi, [trs((1, 2, 3), (0, 0, 30), (2, 2, 2))])
     ring = [(0, 0, 0), (1, 0, 0), (1, 1, 0), (0, 1, 0)]
-    keep += [still, curves(still, "linear", tsi, [ring + ring[::-1]], [4, 4], AbcGeom.CurveType.kLinear,
-                           AbcGeom.CurvePeriodicity.kPeriodic, AbcGeom.BasisType.kNoBasis, widths=[0.5]),
-             curves(still, "badCounts", tsi, [ring], [3, 3], AbcGeom.CurveType.kLinear,
-                    AbcGeom.CurvePeriodicity.kNonPeriodic, AbcGeom.BasisType.kNoBasis)]
+    keep += [
+        still,
+        curves(
+            still,
+            "linear",
+            tsi,
+            [ring + ring[::-1]],
+            [4, 4],
+            AbcGeom.CurveType.kLinear,
+            AbcGeom.CurvePeriodicity.kPeriodic,
+            AbcGeom.BasisType.kNoBasis,
+            widths=[0.5],
+        ),
+        curves(
+            still,
+            "badCounts",
+            tsi,
+            [ring],
+            [3, 3],
+            AbcGeom.CurveType.kLinear,
+            AbcGeom.CurvePeriodicity.kNonPeriodic,
+            AbcGeom.BasisType.kNoBasis,
+        ),
+    ]
     del keep
 
 

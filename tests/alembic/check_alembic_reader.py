@@ -10,6 +10,7 @@ refuses are refused.
 
 FIXTURE_DIR holds the files abc_scenes.py writes.
 """
+
 import os
 import struct
 import subprocess
@@ -23,7 +24,7 @@ SAMPLES_OF = {"rigid.abc": 26}  # 24 frames, then past the last
 
 
 def bits(values):
-    return ["%08x" % struct.unpack("<I", struct.pack("<f", float(v)))[0] for v in values]
+    return ["{:08x}".format(struct.unpack("<I", struct.pack("<f", float(v)))[0]) for v in values]
 
 
 def selector(index):
@@ -50,9 +51,13 @@ def xform_values(obj, s):
             t, _ = ch[:3], seen.add("t")
         elif kind == AbcGeom.XformOperationType.kScaleOperation and "s" not in seen:
             sc, _ = ch[:3], seen.add("s")
-        for axis, want in enumerate((AbcGeom.XformOperationType.kRotateXOperation,
-                                     AbcGeom.XformOperationType.kRotateYOperation,
-                                     AbcGeom.XformOperationType.kRotateZOperation)):
+        for axis, want in enumerate(
+            (
+                AbcGeom.XformOperationType.kRotateXOperation,
+                AbcGeom.XformOperationType.kRotateYOperation,
+                AbcGeom.XformOperationType.kRotateZOperation,
+            )
+        ):
             if kind == want and axis not in seen:
                 r[axis] = ch[0]
                 seen.add(axis)
@@ -61,9 +66,13 @@ def xform_values(obj, s):
 
 def plain_stack(sample):
     """At most one translate, rotate z, y, x and scale, in that order."""
-    order = [AbcGeom.XformOperationType.kTranslateOperation, AbcGeom.XformOperationType.kRotateZOperation,
-             AbcGeom.XformOperationType.kRotateYOperation, AbcGeom.XformOperationType.kRotateXOperation,
-             AbcGeom.XformOperationType.kScaleOperation]
+    order = [
+        AbcGeom.XformOperationType.kTranslateOperation,
+        AbcGeom.XformOperationType.kRotateZOperation,
+        AbcGeom.XformOperationType.kRotateYOperation,
+        AbcGeom.XformOperationType.kRotateXOperation,
+        AbcGeom.XformOperationType.kScaleOperation,
+    ]
     at = 0
     for k in range(sample.getNumOps()):
         kind = sample.getOp(k).getType()
@@ -81,9 +90,13 @@ def rebuilt(line):
     t, r, sc = np.split(np.array(values), 3)
     cx, cy, cz = np.cos(np.radians(r))
     sx, sy, sz = np.sin(np.radians(r))
-    rot = np.array([[cy * cz, sx * sy * cz - cx * sz, cx * sy * cz + sx * sz],
-                    [cy * sz, sx * sy * sz + cx * cz, cx * sy * sz - sx * cz],
-                    [-sy, sx * cy, cx * cy]])
+    rot = np.array(
+        [
+            [cy * cz, sx * sy * cz - cx * sz, cx * sy * cz + sx * sz],
+            [cy * sz, sx * sy * sz + cx * cz, cx * sy * sz - sx * cz],
+            [-sy, sx * cy, cx * cy],
+        ]
+    )
     m = np.identity(4)
     m[:3, :3] = rot * sc[None, :]
     m[:3, 3] = t
@@ -97,24 +110,26 @@ def expected(path, samples):
     for obj in objects:
         md = obj.getMetaData()
         schema = md.get("schema") or "-"
-        out.append("obj %s %s %d %s" % (obj.getFullName(), obj.getName(), obj.getNumChildren(), schema))
+        out.append(f"obj {obj.getFullName()} {obj.getName()} {obj.getNumChildren()} {schema}")
         for s in range(samples):
             if AbcGeom.IXform.matches(md):
                 sample, values = xform_values(obj, s)
                 if plain_stack(sample):
-                    out.append("xf %s %d %s" % (obj.getFullName(), s, " ".join(values)))
+                    out.append(f"xf {obj.getFullName()} {s} {' '.join(values)}")
                 else:  # matrix ops, pivots: the T Rz Ry Rx S we give must rebuild the matrix
                     m = np.array([[sample.getMatrix()[i][j] for j in range(4)] for i in range(4)]).T
                     out.append(("xfm", obj.getFullName(), s, m))
             name = obj.getFullName()
             what = "curves" if AbcGeom.ICurves.matches(md) else "mesh"
 
-            def floats(key, values, width):
-                flat = [c for p in values for c in (p if width > 1 else [p])] if values is not None else []
-                out.append("%s %s %d %s %d%s" % (what, name, s, key, len(flat), "".join(" " + b for b in bits(flat))))
+            head = f"{what} {name} {s}"
 
-            def ints(key, values):
-                out.append("%s %s %d %s %d%s" % (what, name, s, key, len(values), "".join(" %d" % x for x in values)))
+            def floats(key, values, width, head=head):
+                flat = [c for p in values for c in (p if width > 1 else [p])] if values is not None else []
+                out.append(f"{head} {key} {len(flat)}" + "".join(" " + b for b in bits(flat)))
+
+            def ints(key, values, head=head):
+                out.append(f"{head} {key} {len(values)}" + "".join(f" {x:d}" for x in values))
 
             if AbcGeom.ICurves.matches(md):
                 schema_ = AbcGeom.ICurves(obj, Abc.WrapExistingFlag.kWrapExisting).getSchema()
@@ -204,30 +219,32 @@ def main():
     for f in files:
         path = os.path.join(fixtures, f)
         samples = SAMPLES_OF.get(f, SAMPLES)
-        ours = subprocess.run([dump, path, str(samples)], capture_output=True, text=True, check=True).stdout.splitlines()
+        ours = subprocess.run(
+            [dump, path, str(samples)], capture_output=True, text=True, check=True
+        ).stdout.splitlines()
         theirs = expected(path, samples)
         worlds = [e for e in theirs if isinstance(e, tuple) and e[0] == "world"]
         theirs = [e for e in theirs if not (isinstance(e, tuple) and e[0] == "world")]
-        our_worlds = [l for l in ours if l.startswith("world ")]
-        ours = [l for l in ours if not l.startswith("world ")]
+        our_worlds = [line for line in ours if line.startswith("world ")]
+        ours = [line for line in ours if not line.startswith("world ")]
         bad = []
-        for a, b in zip(ours, theirs):
+        for a, b in zip(ours, theirs, strict=False):
             if isinstance(b, tuple):
                 if a.split()[:3] != ["xf", b[1], str(b[2])] or not np.allclose(rebuilt(a), b[3], rtol=1e-5, atol=1e-5):
-                    bad.append((a, "xf %s %d rebuilding %s" % (b[1], b[2], b[3].ravel())))
+                    bad.append((a, f"xf {b[1]} {b[2]} rebuilding {b[3].ravel()}"))
             elif a != b:
                 bad.append((a, b))
         if len(ours) != len(theirs):
-            bad.append(("%d lines" % len(ours), "%d lines" % len(theirs)))
-        for line, (_, name, s, w) in zip(our_worlds, worlds):
+            bad.append((f"{len(ours)} lines", f"{len(theirs)} lines"))
+        for line, (_, name, s, w) in zip(our_worlds, worlds, strict=False):
             got = np.array([float(x) for x in line.split()[3:]])
             if line.split()[1] != name or not np.allclose(got, w, rtol=1e-6, atol=1e-6):
-                bad.append((line, "world %s %d %s" % (name, s, w)))
+                bad.append((line, f"world {name} {s} {w}"))
         if len(our_worlds) != len(worlds):
-            bad.append(("%d world matrices" % len(our_worlds), "%d" % len(worlds)))
-        print("%-10s %s (%d facts)" % (f, "ok" if not bad else "FAILED", len(theirs) + len(worlds)))
+            bad.append((f"{len(our_worlds)} world matrices", f"{len(worlds)}"))
+        print(f"{f:<10} {'ok' if not bad else 'FAILED'} ({len(theirs) + len(worlds)} facts)")
         for a, b in bad[:10]:
-            print("  ours:      %s\n  alembic3d: %s" % (str(a)[:200], str(b)[:200]))
+            print(f"  ours:      {str(a)[:200]}\n  alembic3d: {str(b)[:200]}")
         failures += bool(bad)
     # Files the real library refuses are refused alike.
     refused = ("archive_version_1.abc",)
@@ -240,10 +257,10 @@ def main():
             theirs = "refused"
         ours = subprocess.run([dump, path, "1"], capture_output=True, text=True, check=True).stdout.strip()
         ok = theirs == "refused" and ours == "refused"
-        print("%-10s %s (alembic3d %s it, groomcore %s)" % (f, "ok" if ok else "FAILED", theirs, ours[:40]))
+        print(f"{f:<10} {'ok' if ok else 'FAILED'} (alembic3d {theirs} it, groomcore {ours[:40]})")
         failures += not ok
     files += refused
-    print("%d passed, %d failed" % (len(files) - failures, failures))
+    print(f"{len(files) - failures} passed, {failures} failed")
     return 1 if failures else 0
 
 

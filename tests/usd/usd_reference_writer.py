@@ -8,13 +8,12 @@ BASEPATH.placed.N files, computed by ZFeather::deform: the placement is the libr
 what is authored from it is under test here. Rigid placement is computed here, in float32
 with the C library's cosf and sinf, in the documented order of operations.
 """
+
 import ctypes
-import math
 import sys
 
 import numpy as np
-from pxr import Gf, Sdf, Usd, UsdGeom, Vt
-
+from pxr import Sdf, Usd, UsdGeom, Vt
 from usd_scenarios import read_inputs, read_ops, set_field
 
 _libm = ctypes.CDLL("libm.so.6")
@@ -35,7 +34,7 @@ def sinf(x):
 
 class Feather:
     def __init__(self, d, k):
-        p = "feather.%d." % k
+        p = f"feather.{k}."
         self.name = d[p + "name"]
         self.points = d[p + "points"].reshape(-1, 3)
         self.v012 = d[p + "v012"].reshape(-1, 3)
@@ -179,9 +178,9 @@ class Exporter:
         for i in self.selected(n, self.curve_step(n)):
             c, f = int(self.numCVs[i]), int(self.start[i])
             if c > 0:
-                pts.append(self.cvs[f:f + 1])
-                pts.append(self.cvs[f:f + c])
-                pts.append(self.cvs[f + c - 1:f + c])
+                pts.append(self.cvs[f : f + 1])
+                pts.append(self.cvs[f : f + c])
+                pts.append(self.cvs[f + c - 1 : f + c])
             nrm.append(self.axs[i, 3])
         t = self.geometry_time()
         curves.CreateExtentAttr(None, False).Set(Vt.Vec3fArray.FromNumpy(self.box.astype(F)), t)
@@ -243,9 +242,11 @@ class Exporter:
         k = F(0.017453292)
         rx, ry, rz = (F(a) * k for a in self.rotations[i])
         cx, sx, cy, sy, cz, sz = cosf(rx), sinf(rx), cosf(ry), sinf(ry), cosf(rz), sinf(rz)
-        m = [[F(cy * cz), F(F(F(sx * sy) * cz) - F(cx * sz)), F(F(F(cx * sy) * cz) + F(sx * sz))],
-             [F(cy * sz), F(F(F(sx * sy) * sz) + F(cx * cz)), F(F(F(cx * sy) * sz) - F(sx * cz))],
-             [F(-sy), F(sx * cy), F(cx * cy)]]
+        m = [
+            [F(cy * cz), F(F(F(sx * sy) * cz) - F(cx * sz)), F(F(F(cx * sy) * cz) + F(sx * sz))],
+            [F(cy * sz), F(F(F(sx * sy) * sz) + F(cx * cz)), F(F(F(cx * sy) * sz) - F(sx * cz))],
+            [F(-sy), F(sx * cy), F(cx * cy)],
+        ]
         out = np.empty_like(p)
         x, y, z = (p[:, 0] * self.scales[i, 0], p[:, 1] * self.scales[i, 1], p[:, 2] * self.scales[i, 2])
         for r in range(3):
@@ -258,16 +259,16 @@ class Exporter:
 
     def load_placed(self, call):
         self.placed = {}
-        if not (self.bindingScheme in (4, 6)):
+        if self.bindingScheme not in (4, 6):
             return
-        raw = np.fromfile("%s.placed.%d" % (self.basePath, call), dtype=F).reshape(-1, 3)
+        raw = np.fromfile(f"{self.basePath}.placed.{call}", dtype=F).reshape(-1, 3)
         at = 0
         for i in range(len(self.rtp)):
             fe = self.feather_of(i)
             if fe is None:
                 continue
             nm, nc = len(fe.points), len(fe.cvs)
-            self.placed[i] = (raw[at:at + nm], raw[at + nm:at + nm + nc])
+            self.placed[i] = (raw[at : at + nm], raw[at + nm : at + nm + nc])
             at += nm + nc
 
     def write_geometry_to_feather(self):
@@ -313,7 +314,7 @@ class Exporter:
             for c in fe.numCVs:
                 c = int(c)
                 if c > 0:
-                    pts += [cvs[at:at + 1], cvs[at:at + c], cvs[at + c - 1:at + c]]
+                    pts += [cvs[at : at + 1], cvs[at : at + c], cvs[at + c - 1 : at + c]]
                 at += c
         points.Set(vec3(pts), t)
         at = Usd.TimeCode(0.0) if t.IsDefault() else t
@@ -367,15 +368,17 @@ class Exporter:
                 if fe.txBasePath:
                     pv.CreatePrimvar("txBasePath", Sdf.ValueTypeNames.String).Set(fe.txBasePath)
                 if fe.MaterialSet:
-                    mesh.GetPrim().CreateAttribute("userProperties:MaterialSet", Sdf.ValueTypeNames.String, True,
-                                                   Sdf.VariabilityVarying).Set(fe.MaterialSet)
+                    mesh.GetPrim().CreateAttribute(
+                        "userProperties:MaterialSet", Sdf.ValueTypeNames.String, True, Sdf.VariabilityVarying
+                    ).Set(fe.MaterialSet)
                 if fe.txmultiUV != 0:
                     pv.CreatePrimvar("txmultiUV", Sdf.ValueTypeNames.Int).Set(fe.txmultiUV)
             if fe.has_curves():
                 # Run once for every feather with curves, as the exporter's contract has it: the same
                 # prim and values each time.
-                curves = UsdGeom.BasisCurves.Define(self.stage,
-                                                    prim.GetPath().AppendChild(self.name + "_combine_curves"))
+                curves = UsdGeom.BasisCurves.Define(
+                    self.stage, prim.GetPath().AppendChild(self.name + "_combine_curves")
+                )
                 curves.CreateBasisAttr(UsdGeom.Tokens.catmullRom, False)
                 cvc = curves.CreateCurveVertexCountsAttr(None, False)
                 widths = curves.CreateWidthsAttr(None, False)

@@ -4,6 +4,7 @@ named arrays for usd_export_driver and read back by usd_reference_writer.
 File format, repeated to the end: int32 name length, the name, int32 kind (0 float32,
 1 int32, 2 bytes), int32 element count, the elements.
 """
+
 import struct
 
 import numpy as np
@@ -29,11 +30,11 @@ def read_inputs(path):
     at, out = 0, {}
     while at < len(raw):
         (n,) = struct.unpack_from("<i", raw, at)
-        name = raw[at + 4:at + 4 + n].decode()
+        name = raw[at + 4 : at + 4 + n].decode()
         kind, count = struct.unpack_from("<ii", raw, at + 4 + n)
         at += 12 + n
         size = count if kind == 2 else 4 * count
-        chunk = raw[at:at + size]
+        chunk = raw[at : at + size]
         at += size
         out[name] = chunk.decode() if kind == 2 else np.frombuffer(chunk, dtype=np.int32 if kind else F).copy()
     return out
@@ -116,8 +117,15 @@ def feather(name, mesh=True, curves=True, tex=True, rows=4):
     counts, cvs = [], []
     if curves:
         counts = [3, 4]
-        cvs = [(0, 0, 0.02), (0.05, 0.5, 0.02), (0.1, 1, 0.02), (0, 0, -0.02), (-0.03, 0.3, -0.02),
-               (-0.06, 0.6, -0.02), (-0.08, 0.9, -0.02)]
+        cvs = [
+            (0, 0, 0.02),
+            (0.05, 0.5, 0.02),
+            (0.1, 1, 0.02),
+            (0, 0, -0.02),
+            (-0.03, 0.3, -0.02),
+            (-0.06, 0.6, -0.02),
+            (-0.08, 0.9, -0.02),
+        ]
     return {
         "name": name,
         "points": np.array(pts, dtype=F).reshape(-1, 3),
@@ -137,5 +145,5 @@ def inputs(n, feathers=(), seed=1):
     d["feather.count"] = np.array([len(feathers)], dtype=np.int32)
     for k, fe in enumerate(feathers):
         for key, value in fe.items():
-            d["feather.%d.%s" % (k, key)] = value
+            d[f"feather.{k}.{key}"] = value
     return d
