@@ -1,14 +1,31 @@
 #include "base/ZSystem.h"
 
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <string>
 
 namespace Ulmex {
+
+bool ZRoomToWrite(const char* path, unsigned long long bytes, ZString* why) {
+    std::string dir(path ? path : "");
+    const size_t slash = dir.find_last_of('/');
+    dir = slash == std::string::npos ? "." : slash == 0 ? "/" : dir.substr(0, slash);
+    struct statvfs disk {};
+    if (::statvfs(dir.c_str(), &disk) != 0) return true;
+    const unsigned long long room = static_cast<unsigned long long>(disk.f_bavail) * disk.f_frsize;
+    const unsigned long long needed = bytes + bytes / 64 + 64 * 1024;
+    if (room >= needed) return true;
+    if (why)
+        *why = std::string(std::strerror(ENOSPC)) + ": about " + std::to_string(needed) + " bytes to write, " +
+               std::to_string(room) + " free";
+    return false;
+}
 
 bool ZFileExist(const char* path) {
     struct stat st;

@@ -12,6 +12,15 @@ bool ZFileExist(const char* path);
 // already exists. Only the last component is created.
 bool ZCreateDirectory(const char* path, unsigned int mode);
 
+// Whether the disk holding the file `path` (which need not exist yet; its folder must) has
+// room for `bytes` more, with a sixty-fourth and 64 KiB to spare for the file's own tables
+// and the writer's blocks. False, with why in `why` (when given: "No space left on device:
+// about N bytes to write, M free"), where it has not. A disk whose room cannot be asked
+// about counts as having room. Writers that do not stop at a failed write (OpenUSD's crate
+// writer, Alembic's Ogawa) ask before they start a file: another writer filling the same
+// disk at the same moment can still beat the check.
+bool ZRoomToWrite(const char* path, unsigned long long bytes, ZString* why);
+
 // Fills `text` with facts about the machine, for a cache's information record: one line
 // per fact, each a tab, a quoted key, a colon, a quoted value and a comma, each ended by a
 // newline. Keys begin with "System" so that no reader key can match them, and values

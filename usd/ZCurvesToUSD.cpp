@@ -1,6 +1,5 @@
 #include "usd/ZCurvesToUSD.h"
 
-#include <sys/statvfs.h>
 #include <pxr/sdf/attributeSpec.h>
 #include <pxr/sdf/primSpec.h>
 #include <pxr/sdf/types.h>
@@ -304,8 +303,7 @@ size_t valueBytes(const VtValue& v) {
 }
 
 // What saving the layer adds to its disk, about: the bytes of every value it holds (only
-// those at `time` when `onlyAt` is set, for a file that already holds the other times),
-// plus a sixty-fourth and 64 KiB for the file's own tables.
+// those at `time` when `onlyAt` is set, for a file that already holds the other times).
 size_t bytesToWrite(const SdfLayerRefPtr& layer, bool onlyAt, double time) {
     size_t bytes = 0;
     auto add = [&](const VtValue& v) { bytes += valueBytes<GfVec3f, GfVec2f, float, int, TfToken, double>(v); };
@@ -316,28 +314,22 @@ size_t bytesToWrite(const SdfLayerRefPtr& layer, bool onlyAt, double time) {
         for (double t : layer->ListTimeSamplesForPath(path))
             if ((!onlyAt || t == time) && layer->QueryTimeSample(path, t, &v)) add(v);
     });
-    return bytes + bytes / 64 + 64 * 1024;
+    return bytes;
 }
 
 // Saves the layer; a file the disk could not take whole is removed, with why in `failure`.
-// A layer the disk has no room for is not saved at all: OpenUSD's writer does not stop at
-// a failed write and then reads back the file it cut short, which can end the process.
-// (Other writers filling the same disk at the same moment can still beat the check.) Its
-// file is then removed too, unless it is one that holds other times (`onlyAt`).
+// A layer the disk has no room for is not saved at all (ZRoomToWrite): OpenUSD's writer
+// does not stop at a failed write and then reads back the file it cut short, which can end
+// the process. Its file is then removed too, unless it is one that holds other times
+// (`onlyAt`).
 void saveWhole(const SdfLayerRefPtr& layer, ZString& failure, bool onlyAt = false, double time = 0.0) {
     const std::string target = layer->GetRealPath();
-    struct statvfs disk {};
-    const std::string dir = TfGetPathName(target).empty() ? "." : TfGetPathName(target);
-    if (::statvfs(dir.c_str(), &disk) == 0) {
-        const unsigned long long room = static_cast<unsigned long long>(disk.f_bavail) * disk.f_frsize;
-        const bool grows = onlyAt && TfIsFile(target);
-        const size_t needed = bytesToWrite(layer, grows, time);
-        if (room < needed) {
-            if (!grows) std::remove(target.c_str());
-            failure = "cannot write " + target + " (" + std::strerror(ENOSPC) + ": about " + std::to_string(needed) +
-                      " bytes to write, " + std::to_string(room) + " free)";
-            return;
-        }
+    const bool grows = onlyAt && TfIsFile(target);
+    ZString full;
+    if (!ZRoomToWrite(target.c_str(), bytesToWrite(layer, grows, time), &full)) {
+        if (!grows) std::remove(target.c_str());
+        failure = "cannot write " + target + " (" + std::string(full.c_str()) + ")";
+        return;
     }
     TfErrorMark mark;
     const bool saved = layer->Save();

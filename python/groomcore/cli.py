@@ -27,7 +27,7 @@ from pathlib import Path
 from typing import Any
 
 from .cachefiles import CacheDir, CacheError, FrameProblem
-from .usdexport import DEFAULT_TIMEOUT
+from .farm import DEFAULT_TIMEOUT
 
 PROG = "groomcore"
 
@@ -195,21 +195,19 @@ def _settings(args: argparse.Namespace) -> Any:
     )
 
 
-def cmd_export(args: argparse.Namespace) -> int:
-    from .usdexport import assemble, frame_done, other_settings, run_frames
+def _run_on_farm(job: Any, todo: list[int], args: argparse.Namespace) -> bool:
+    """The frames of a per-frame export (USD or Alembic) on the farm, with --resume,
+    --workers, --scheduler and --timeout as both commands take them; prints what was done and
+    the frames that failed, and answers whether every frame is exported."""
+    from .farm import frame_done, other_settings, run_frames
 
-    s = _settings(args)
-    frames = frame_range(args.frames)
-    todo = frame_range(args.chunk) if args.chunk else frames
-    if not set(todo) <= set(frames):
-        raise UsageError(f"--chunk {args.chunk} lies outside --frames {args.frames}")
-    mixed = other_settings(s, todo) if args.resume else []
+    mixed = other_settings(job, todo) if args.resume else []
     if mixed:
         raise CacheError(
             f"--resume: {len(mixed)} frames ({compact_frames([float(f) for f in mixed])}) were exported to "
             f"{args.out_base} with other settings; resume with those settings, or export without --resume"
         )
-    skipped = [f for f in todo if args.resume and frame_done(s, f)]
+    skipped = [f for f in todo if args.resume and frame_done(job, f)]
     todo = [f for f in todo if f not in skipped]
     if skipped:
         print(f"resuming: {len(skipped)} frames already exported")
@@ -217,7 +215,7 @@ def cmd_export(args: argparse.Namespace) -> int:
         _silence_dask()
     t0 = time.perf_counter()
     results, failed = run_frames(
-        s,
+        job,
         todo,
         workers=args.workers,
         scheduler=args.scheduler or "",
@@ -236,6 +234,18 @@ def cmd_export(args: argparse.Namespace) -> int:
             f"the others are exported, fix the cache and rerun with --resume",
             file=sys.stderr,
         )
+    return not failed
+
+
+def cmd_export(args: argparse.Namespace) -> int:
+    from .usdexport import assemble
+
+    s = _settings(args)
+    frames = frame_range(args.frames)
+    todo = frame_range(args.chunk) if args.chunk else frames
+    if not set(todo) <= set(frames):
+        raise UsageError(f"--chunk {args.chunk} lies outside --frames {args.frames}")
+    if not _run_on_farm(s, todo, args):
         return 1
     if args.chunk:
         return 0
@@ -264,42 +274,28 @@ def cmd_assemble(args: argparse.Namespace) -> int:
 
 
 def cmd_export_abc(args: argparse.Namespace) -> int:
-    from .abcexport import export_frames, export_shot, frame_archive
+    from .abcexport import AbcFrames, export_shot
 
     frames = frame_range(args.frames)
-    if not args.fps > 0:
+    if not (math.isfinite(args.fps) and args.fps > 0):
         raise UsageError(f"--fps must be above 0, not {args.fps:g}")
     if args.workers < 0:
         raise UsageError(f"--workers must be 0 or more, not {args.workers}")
-    if (args.workers or args.scheduler) and not args.per_frame:
-        raise UsageError("--workers and --scheduler export one archive per frame: add --per-frame")
+    if (args.workers or args.scheduler or args.resume) and not args.per_frame:
+        raise UsageError("--workers, --scheduler and --resume export one archive per frame: add --per-frame")
     if args.workers and args.scheduler:
         raise UsageError("--workers starts a local cluster, --scheduler uses an existing one: give one of them")
+    if not (math.isfinite(args.timeout) and args.timeout > 0):
+        raise UsageError(f"--timeout {args.timeout}: must be a positive number of seconds")
+    cache = CacheDir(Path(args.cache_dir).absolute(), args.name)
+    cache.require()
+    out_base = str(Path(args.out_base).absolute())
     t0 = time.perf_counter()
     if not args.per_frame:
-        path = export_shot(args.cache_dir, args.name, args.out_base, frames, args.fps)
+        path = export_shot(str(cache.root), args.name, out_base, frames, args.fps)
         print(f"exported {len(frames)} frames to {path} in {time.perf_counter() - t0:.1f} s")
         return 0
-    if args.workers or args.scheduler:
-        _silence_dask()
-    done = 0
-
-    def on_done(frame: int) -> None:
-        nonlocal done
-        done += 1
-        if not args.quiet and sys.stderr.isatty():
-            print(f"\rexporting: {done}/{len(frames)} frames", end="" if done < len(frames) else "\n", file=sys.stderr)
-
-    failed = export_frames(
-        args.cache_dir, args.name, args.out_base, frames, args.fps, args.workers, args.scheduler or "", on_done
-    )
-    for frame, why in sorted(failed.items()):
-        print(f"frame {frame}: {why}", file=sys.stderr)
-    print(
-        f"exported {len(frames) - len(failed)} of {len(frames)} frames to "
-        f"{frame_archive(args.out_base, frames[0])} ... in {time.perf_counter() - t0:.1f} s"
-    )
-    return 1 if failed else 0
+    return 0 if _run_on_farm(AbcFrames(str(cache.root), args.name, out_base, args.fps), frames, args) else 1
 
 
 def cmd_import(args: argparse.Namespace) -> int:
@@ -411,6 +407,16 @@ def parser() -> argparse.ArgumentParser:
     q.add_argument("--body", metavar="NAME", help="look a body shape up by name, as the rebinding does")
     q.set_defaults(run=cmd_abc)
 
+    def timeout_arg(q: argparse.ArgumentParser) -> None:
+        q.add_argument(
+            "--timeout",
+            type=float,
+            default=DEFAULT_TIMEOUT,
+            metavar="SECONDS",
+            help="with Dask: give up when no worker joins, or no frame finishes, for this long "
+            f"(default {DEFAULT_TIMEOUT:g})",
+        )
+
     def export_args(q: argparse.ArgumentParser) -> None:
         cache_args(q)
         q.add_argument(
@@ -449,14 +455,7 @@ def parser() -> argparse.ArgumentParser:
     q.add_argument("--chunk", metavar="A-B", help="export these frames only and no shot asset (see assemble)")
     q.add_argument("--resume", action="store_true", help="skip frames whose files are complete")
     q.add_argument("--quiet", action="store_true", help="no progress report")
-    q.add_argument(
-        "--timeout",
-        type=float,
-        default=DEFAULT_TIMEOUT,
-        metavar="SECONDS",
-        help="with Dask: give up when no worker joins, or no frame finishes, for this long "
-        f"(default {DEFAULT_TIMEOUT:g})",
-    )
+    timeout_arg(q)
     q.set_defaults(run=cmd_export)
 
     q = sub.add_parser(
@@ -472,8 +471,8 @@ def parser() -> argparse.ArgumentParser:
         help="export a cache to Alembic curves",
         description="Writes the cache's strands as Alembic curves with the real Alembic library: catmull-rom, "
         "a width per point, and the root's uv and the strand's id per curve. One archive OUT_BASE.abc with every "
-        "frame, or with --per-frame one archive per frame (OUT_BASE.1001.abc), serially or on Dask. Archives "
-        "appear under their final names only when whole.",
+        "frame, or with --per-frame one archive per frame (OUT_BASE.1001.abc), serially or on Dask as export-usd "
+        "runs its frames (--resume skips whole frames). Archives appear under their final names only when whole.",
     )
     cache_args(q)
     q.add_argument("out_base", metavar="OUT_BASE", help="output path prefix: OUT_BASE.abc or OUT_BASE.1001.abc")
@@ -482,7 +481,9 @@ def parser() -> argparse.ArgumentParser:
     q.add_argument("--per-frame", action="store_true", help="one archive per frame, for a farm")
     q.add_argument("--workers", type=int, default=0, help="with --per-frame: a local Dask cluster of N processes")
     q.add_argument("--scheduler", metavar="ADDRESS", help="with --per-frame: an existing Dask cluster")
+    q.add_argument("--resume", action="store_true", help="with --per-frame: skip frames whose archives are complete")
     q.add_argument("--quiet", action="store_true", help="no progress report")
+    timeout_arg(q)
     q.set_defaults(run=cmd_export_abc)
 
     q = sub.add_parser(

@@ -393,6 +393,17 @@ void bindBase(nb::module_& m) {
 
     m.def("ZRandomHash", &ZRandomHash, nb::arg("s"), "The hash behind all per-strand randomness.");
     m.def("ZRandomUnit", &ZRandomUnit, nb::arg("s"), "ZRandomHash(s) scaled to [0, 1).");
+    m.def(
+        "ZRoomToWrite",
+        [](const ZString& path, unsigned long long bytes) {
+            ZString why;
+            const bool ok = ZRoomToWrite(path.c_str(), bytes, &why);
+            return nb::make_tuple(ok, why);
+        },
+        nb::arg("path"), nb::arg("bytes"),
+        "(room, why): whether the disk holding the file `path` has room for `bytes` more, with a sixty-fourth and "
+        "64 KiB to spare, and if not why (\"No space left on device: about N bytes to write, M free\"). Writers that "
+        "do not stop at a failed write ask before they start a file.");
 }
 
 } // namespace gcpy

@@ -270,6 +270,33 @@ def test_a_full_disk_publishes_no_broken_frame_and_resume_finishes_the_shot(
     assert done.returncode == 1 and done.stderr.count("\n") == 1 and "other settings" in done.stderr
 
 
+def test_alembic_archives_on_a_full_disk_end_in_one_line_and_resume(
+    cache: Path, tmp_path: Path, small_disk: Path
+) -> None:
+    """Alembic's writer ends the process when it closes an archive after a failed write: the
+    export asks the disk first, so a full disk ends in one line, with every published archive
+    whole and no half-written one; the shot's single archive is not left behind."""
+    per_frame = ["--frames", "1001-1024", "--per-frame", "--quiet"]
+    assert run("export-abc", cache, "hair", tmp_path / "serial" / "hair", *per_frame).returncode == 0
+    expected = tree(tmp_path / "serial")
+    assert sum(len(b) for b in expected.values()) > 512 * 1024  # the shot does not fit
+    for extra in ([], ["--workers", "2"]):
+        for p in small_disk.iterdir():
+            shutil.rmtree(p) if p.is_dir() else p.unlink()
+        done = run("export-abc", cache, "hair", small_disk / "hair", *per_frame, *extra)
+        assert done.returncode == 1 and done.stderr.count("\n") == 1, done.stderr
+        assert "No space left on device" in done.stderr and "rerun with --resume" in done.stderr
+        published = tree(small_disk)
+        assert published and all(published[name] == expected[name] for name in published)
+        assert not (small_disk / ".groomcore-partial").exists()
+    done = run("export-abc", cache, "hair", small_disk / "shot", "--frames", "1001-1024")
+    assert done.returncode == 1 and done.stderr.count("\n") == 1 and "No space left on device" in done.stderr
+    assert not any(p.name.startswith(("shot", ".shot")) for p in small_disk.iterdir())
+    subprocess.run(["mount", "-o", "remount,size=64m", small_disk], check=True)
+    done = run("export-abc", cache, "hair", small_disk / "hair", *per_frame, "--resume")
+    assert done.returncode == 0 and tree(small_disk) == expected, done.stderr
+
+
 def test_export_faults_are_reported(cache: Path, tmp_path: Path) -> None:
     damaged = tmp_path / "damaged"
     shutil.copytree(cache, damaged, ignore=shutil.ignore_patterns("usd", "python"))
@@ -642,9 +669,25 @@ def test_export_abc_writes_the_baked_curves_every_dcc_reads(cache: Path, tmp_pat
         "--quiet",
     )
     assert serial.returncode == 0 and farm.returncode == 0, farm.stderr
-    assert tree(tmp_path / "serial") == tree(tmp_path / "farm") and len(tree(tmp_path / "serial")) == len(frames)
-    bad = run("export-abc", cache, "hair", tmp_path / "x", "--frames", FRAMES, "--workers", "2")
-    assert bad.returncode == 2 and "add --per-frame" in bad.stderr
+    expected = tree(tmp_path / "serial")
+    assert tree(tmp_path / "farm") == expected and len(expected) == len(frames)
+    for bad_args in (["--workers", "2"], ["--resume"]):
+        bad = run("export-abc", cache, "hair", tmp_path / "x", "--frames", FRAMES, *bad_args)
+        assert bad.returncode == 2 and "add --per-frame" in bad.stderr
+
+    # The farm export-usd runs on: a worker killed with its archive staged, and a serial run
+    # killed at a frame, which leaves no archive of it; --resume finishes the shot.
+    per_frame = ["--frames", FRAMES, "--per-frame", "--quiet"]
+    crash = killed_at(frames[2], tmp_path / "crashed-once")
+    done = run("export-abc", cache, "hair", tmp_path / "k" / "hair", *per_frame, "--workers", "2", env=crash)
+    assert done.returncode == 0 and (tmp_path / "crashed-once").exists(), done.stderr[-2000:]
+    assert tree(tmp_path / "k") == expected
+    crash = killed_at(frames[3], tmp_path / "interrupted-once")
+    assert run("export-abc", cache, "hair", tmp_path / "r" / "hair", *per_frame, env=crash).returncode == 3
+    assert len(tree(tmp_path / "r")) == 3 and not any(str(frames[3]) in name for name in tree(tmp_path / "r"))
+    done = run("export-abc", cache, "hair", tmp_path / "r" / "hair", *per_frame, "--resume")
+    assert done.returncode == 0 and "resuming: 3 frames already exported" in done.stdout, done.stderr
+    assert tree(tmp_path / "r") == expected
 
 
 def test_guides_in_a_modifier_a_bake_and_both_exports_round_trip(tmp_path: Path) -> None:

@@ -12,10 +12,10 @@ from pathlib import Path
 _spec = os.environ.get("GROOMCORE_TEST_KILL_AT", "")
 _freeze = os.environ.get("GROOMCORE_TEST_FREEZE_AT", "")
 if ":" in _spec or _freeze:
-    import groomcore.usdexport as _usdexport
+    import groomcore.farm as _farm
 
     _frame, _marker = _spec.split(":", 1) if ":" in _spec else ("", "")
-    _publish = _usdexport._publish
+    _publish = _farm.publish
 
     def _dying_publish(staged: Path, final: Path) -> None:
         if _frame and f".{_frame}." in final.name and not os.path.exists(_marker):
@@ -28,4 +28,4 @@ if ":" in _spec or _freeze:
                 time.sleep(60)
         _publish(staged, final)
 
-    _usdexport._publish = _dying_publish
+    _farm.publish = _dying_publish
