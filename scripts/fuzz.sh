@@ -23,8 +23,10 @@ rm -rf "$SEEDS"
 mkdir -p "$SEEDS" "$CORPUS" "$FINDINGS"
 "$BIN/fuzz_make_seeds" "$SEEDS"
 "$ROOT/.venv/bin/python" "$ROOT/tests/alembic/abc_scenes.py" "$SEEDS/alembic" >/dev/null
+"$ROOT/.venv/bin/python" "$ROOT/tests/fuzz/usd_seeds.py" "$SEEDS/usd"
+cp "$ROOT"/tests/usd/resources/*.usdc "$SEEDS/usd/"
 total=0
-for t in string array geometry follicles feather cache alembic hostfiles; do
+for t in string array geometry follicles feather cache alembic hostfiles usd; do
   mkdir -p "$CORPUS/$t"
   log="$ROOT/build/fuzz/$t.log"
   if ! "$BIN/fuzz_$t" -max_total_time="$SECONDS_PER_TARGET" -print_final_stats=1 -rss_limit_mb=2048 \

@@ -16,14 +16,41 @@
 #include <pxr/vt/types.h>
 
 #include <dlfcn.h>
+#include <link.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
+#include <cstring>
+#include <map>
 #include <mutex>
+#include <thread>
+#include <utility>
+#include <vector>
+
+extern char** environ;
 
 using namespace pxr;
 
 namespace {
+
+// The directory of this library (groomcore/usd/ beside it holds its resources and helper).
+std::string libraryDir() {
+    Dl_info info{};
+    std::string dir;
+    if (dladdr(reinterpret_cast<void*>(&libraryDir), &info) && info.dli_fname) {
+        dir = info.dli_fname;
+        dir = dir.substr(0, dir.find_last_of('/') + 1);
+    }
+    return dir;
+}
+
 
 // USD's linear blend of two samples: GfLerp, slerp for quaternions, element by element for
 // arrays of one length (arrays of two lengths hold the earlier sample).
@@ -179,13 +206,7 @@ void ZUsdLayer::declareUsdGeomFields() {
     static std::once_flag once;
     std::call_once(once, [] {
         if (SdfSchema::GetInstance().IsRegistered(TfToken("interpolation"))) return;
-        Dl_info info{};
-        std::string dir;
-        if (dladdr(reinterpret_cast<void*>(&ZUsdLayer::declareUsdGeomFields), &info) && info.dli_fname) {
-            dir = info.dli_fname;
-            dir = dir.substr(0, dir.find_last_of('/') + 1);
-        }
-        const std::string plugin = dir + "groomcore/usd/resources/plugInfo.json";
+        const std::string plugin = libraryDir() + "groomcore/usd/resources/plugInfo.json";
         PlugRegistry::GetInstance().RegisterPlugins(plugin);
         if (!SdfSchema::GetInstance().IsRegistered(TfToken("interpolation")))
             std::fprintf(stderr,
@@ -195,8 +216,166 @@ void ZUsdLayer::declareUsdGeomFields() {
     });
 }
 
+namespace {
+
+std::mutex verifierLock;
+std::vector<std::string>& verifierStore() {
+    static std::vector<std::string> command;
+    return command;
+}
+std::vector<std::string> verifierCommand() {
+    const std::lock_guard<std::mutex> held(verifierLock);
+    return verifierStore();
+}
+
+// The helper's environment: this process's, with the folders of every library loaded here
+// ahead on LD_LIBRARY_PATH, so that the helper loads the OpenUSD (and the Python library it
+// needs) the host loaded, wherever the host found them. A verifier of the caller's own
+// (custom) gets the environment as it is.
+std::vector<std::string> helperEnvironment(bool custom) {
+    std::vector<std::string> env;
+    std::string inherited;
+    for (char** e = environ; e && *e; ++e) {
+        if (!custom && std::strncmp(*e, "LD_LIBRARY_PATH=", 16) == 0) inherited = *e + 16;
+        else env.emplace_back(*e);
+    }
+    if (custom) return env;
+    std::vector<std::string> dirs;
+    dl_iterate_phdr(
+        [](struct dl_phdr_info* info, size_t, void* out) {
+            const std::string name = info->dlpi_name ? info->dlpi_name : "";
+            const size_t slash = name.find_last_of('/');
+            if (slash != std::string::npos && slash > 0) {
+                auto& list = *static_cast<std::vector<std::string>*>(out);
+                const std::string dir = name.substr(0, slash);
+                if (std::find(list.begin(), list.end(), dir) == list.end()) list.push_back(dir);
+            }
+            return 0;
+        },
+        &dirs);
+    std::string path;
+    for (const std::string& d : dirs) path += (path.empty() ? "" : ":") + d;
+    if (!inherited.empty()) path += (path.empty() ? "" : ":") + inherited;
+    env.push_back("LD_LIBRARY_PATH=" + path);
+    return env;
+}
+
+// What identifies one version of a file: a file replaced or rewritten is checked again.
+struct FileVersion {
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    long long modified = 0;
+    bool operator==(const FileVersion& o) const {
+        return device == o.device && inode == o.inode && size == o.size && modified == o.modified;
+    }
+};
+
+// Runs groomcore-usd-verify on `file` in a process of its own, at most once per version of
+// the file: OpenUSD's parsers (its crate reader above all) can crash on a corrupt file, and
+// that must end the helper, not the host. True when the helper read every value; false,
+// with why, when it could not, crashed or took too long.
+bool parsesElsewhere(const std::string& file, std::string& why) {
+    struct stat st {};
+    if (::stat(file.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) {
+        why = file + " cannot be read as a USD layer";
+        return false;
+    }
+    const FileVersion version{st.st_dev, st.st_ino, st.st_size,
+                              static_cast<long long>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec};
+    static std::mutex lock;
+    static std::map<std::string, std::pair<FileVersion, std::string>> verdicts;  // file: version, why ("" when good)
+    {
+        const std::lock_guard<std::mutex> held(lock);
+        const auto known = verdicts.find(file);
+        if (known != verdicts.end() && known->second.first == version) {
+            why = known->second.second;
+            return why.empty();
+        }
+    }
+    std::vector<std::string> command = verifierCommand();
+    const bool custom = !command.empty();
+    if (!custom) command = {libraryDir() + "groomcore/usd/groomcore-usd-verify"};
+    command.push_back(file);
+    std::string verdict;
+    if (::access(command[0].c_str(), X_OK) != 0) {
+        verdict = file + " cannot be checked before it is read (" + command[0] + " is missing)";
+    } else {
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+        std::vector<char*> args;
+        for (std::string& a : command) args.push_back(a.data());
+        args.push_back(nullptr);
+        std::vector<std::string> env = helperEnvironment(custom);
+        std::vector<char*> envp;
+        for (std::string& e : env) envp.push_back(e.data());
+        envp.push_back(nullptr);
+        pid_t pid = 0;
+        const int failed = posix_spawn(&pid, command[0].c_str(), &actions, nullptr, args.data(), envp.data());
+        posix_spawn_file_actions_destroy(&actions);
+        if (failed != 0) {
+            verdict = file + " cannot be checked before it is read (" + std::strerror(failed) + ")";
+        } else {
+            // As long as reading the file could take at any sane speed: 30 s, and 1 s per 8 MB.
+            const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30 + st.st_size / (8 << 20));
+            int status = 0;
+            pid_t done = 0;
+            auto nap = std::chrono::microseconds(200);
+            while ((done = ::waitpid(pid, &status, WNOHANG)) == 0 && std::chrono::steady_clock::now() < limit) {
+                std::this_thread::sleep_for(nap);
+                nap = std::min(nap * 2, std::chrono::microseconds(20000));
+            }
+            if (done == 0) {
+                ::kill(pid, SIGKILL);
+                ::waitpid(pid, &status, 0);
+                verdict = file + " is not a USD layer OpenUSD reads in reasonable time: refused";
+            } else if (done < 0 || !WIFEXITED(status)) {
+                verdict = file + " is corrupt: OpenUSD's reader does not survive it" +
+                          (done > 0 && WIFSIGNALED(status) ? " (signal " + std::to_string(WTERMSIG(status)) + ")" : "");
+            } else if (WEXITSTATUS(status) != 0) {
+                verdict = file + " cannot be read as a USD layer";
+            }
+        }
+    }
+    const std::lock_guard<std::mutex> held(lock);
+    verdicts[file] = {version, verdict};
+    why = verdict;
+    return verdict.empty();
+}
+
+} // namespace
+
+void ZUsdLayer::setVerifier(const std::vector<std::string>& command) {
+    const std::lock_guard<std::mutex> held(verifierLock);
+    verifierStore() = command;
+}
+
+int ZUsdLayer::readEveryValue(const std::string& file) {
+    declareUsdGeomFields();
+    TfErrorMark mark;
+    const SdfLayerRefPtr layer = SdfLayer::FindOrOpen(file);
+    if (!layer) return 1;
+    size_t values = 0;
+    layer->Traverse(SdfPath::AbsoluteRootPath(), [&](const SdfPath& path) {
+        for (const TfToken& field : layer->ListFields(path)) values += !layer->GetField(path, field).IsEmpty();
+        for (double t : layer->ListTimeSamplesForPath(path)) {
+            VtValue v;
+            values += layer->QueryTimeSample(path, t, &v);
+        }
+    });
+    mark.Clear();
+    volatile size_t read = values;  // every value was unpacked
+    (void)read;
+    return 0;
+}
+
 bool ZUsdLayer::open(const std::string& file, std::string& why) {
     declareUsdGeomFields();
+    _file = file;
+    _layer.Reset();
+    if (!parsesElsewhere(file, why)) return false;
     TfErrorMark mark;
     _layer = SdfLayer::FindOrOpen(file);
     mark.Clear();

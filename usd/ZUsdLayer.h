@@ -28,8 +28,22 @@ public:
     // layers. Once per process; a process whose OpenUSD has UsdGeom keeps its own.
     static void declareUsdGeomFields();
 
-    // Opens `file`; false, with the reason in `why`, for a file that is no USD layer.
+    // Opens `file`; false, with the reason in `why`, for a file that is no USD layer. A file
+    // is first read whole in a process of its own (the verifier, once per version of the
+    // file): OpenUSD's parsers, its crate reader above all, do not survive every corrupt
+    // file, and one that ends the verifier, or keeps it longer than reading the file could
+    // take, is refused here rather than opened in the host's process.
     bool open(const std::string& file, std::string& why);
+
+    // The verifier's command, to which the file's path is added: by default the program
+    // groomcore/usd/groomcore-usd-verify beside this library; the Python package names its
+    // own interpreter. Empty for the default.
+    static void setVerifier(const std::vector<std::string>& command);
+
+    // What the verifier does: opens `file` and reads every value it holds (a crate file
+    // unpacks its values only when asked). 0 when it could, 1 when OpenUSD cannot read the
+    // file as a layer.
+    static int readEveryValue(const std::string& file);
 
     // The paths of every prim of the layer whose type is `typeName`, sorted.
     std::vector<std::string> primsOfType(const std::string& typeName) const;

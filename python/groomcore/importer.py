@@ -53,6 +53,12 @@ class _Flattened:
     def __init__(self, file: str) -> None:
         from pxr import Usd
 
+        # groomcore's reader reads the file in another process first: a corrupt layer that
+        # usd-core's parser would not survive is refused here in one line.
+        reader = gc.ZCurvesFromUSD()
+        reader.curvePrims(file)
+        if reader.message:
+            raise CacheError(reader.message)
         stage = Usd.Stage.Open(file)
         if stage is None:
             raise CacheError(f"cannot read {file} as a USD stage")

@@ -14,6 +14,7 @@
 #include "usd/ZCurvesFromUSD.h"
 #include "usd/ZCurvesToUSD.h"
 #include "usd/ZMeshFromUSD.h"
+#include "usd/ZUsdLayer.h"
 #include "validate.h"
 
 using namespace Ulmex;
@@ -226,6 +227,25 @@ void bindUsd(nb::module_& m) {
             nb::arg("file"), nb::arg("primPath"), nb::arg("time"),
             "A ZAlembicCurves of the BasisCurves prim at primPath of the file's layer at the time code, or None "
             "with the reason in message.");
+
+    // The USD readers read a file whole in another process before they open it here (see
+    // ZUsdLayer::open). In Python that process is this interpreter run again: OpenUSD in
+    // this package takes the interpreter's symbols, so it has no program of its own.
+    m.def(
+        "_verifyLayer",
+        [](const ZString& file) {
+            loadPluginsApartFromPython();
+            nb::gil_scoped_release unlocked;
+            return ZUsdLayer::readEveryValue(file);
+        },
+        nb::arg("file"), "0 when OpenUSD reads every value of the layer, 1 when it is no layer (the readers' verifier).");
+    {
+        const std::string python = nb::cast<std::string>(nb::module_::import_("sys").attr("executable"));
+        if (!python.empty())
+            ZUsdLayer::setVerifier({python, "-c",
+                                    "import sys\nfrom groomcore._groomcore import _verifyLayer\n"
+                                    "sys.exit(_verifyLayer(sys.argv[1]))"});
+    }
 
     nb::class_<ZMeshFromUSD>(m, "ZMeshFromUSD", doc("ZMeshFromUSD"))
         .def(nb::init<>())

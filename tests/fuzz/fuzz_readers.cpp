@@ -22,6 +22,10 @@
 #include "strands/ZFollicles.h"
 #include "support/AllocationMeter.h"
 #include "support/ReadWholeArchive.h"
+#if GROOMCORE_FUZZ_TARGET == 9
+#include "usd/ZCurvesFromUSD.h"
+#include "usd/ZMeshFromUSD.h"
+#endif
 
 using namespace Ulmex;
 
@@ -257,6 +261,43 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         readCacheFrames(dir, &frames);
     }
     check(meter.peakAbove() <= 5 * size + 64 * 1024, "allocation beyond 5x the input + 64 KiB");
+#elif GROOMCORE_FUZZ_TARGET == 9  // the USD readers: curves and bodies of a layer
+    // A crate file by its magic, a text layer otherwise. OpenUSD parses the layer; the
+    // readers then take every BasisCurves and Mesh prim at three times.
+    static const bool warm = [] {  // OpenUSD's registries, once per process, outside the meter
+        ZCurvesFromUSD().curvePrims(put("warm.usda", reinterpret_cast<const uint8_t*>("#usda 1.0\n"), 10));
+        return true;
+    }();
+    (void)warm;
+    const bool crate = size >= 8 && std::memcmp(data, "PXR-USDC", 8) == 0;
+    const std::string path = put(crate ? "layer.usdc" : "layer.usda", data, size);
+    testutil::AllocationMeter meter;
+    {
+        ZCurvesFromUSD curves;
+        ZMeshFromUSD meshes;
+        for (const std::string& prim : curves.curvePrims(path))
+            for (double t : {-1e300, 1.5, 1e300}) {
+                ZAlembicCurves c;
+                if (curves.read(path, prim, t, c)) {
+                    size_t total = 0;
+                    for (int n : c.counts) total += static_cast<size_t>(n);
+                    check(total == c.points.size(), "counts that do not add up");
+                }
+            }
+        for (const std::string& prim : meshes.meshPrims(path))
+            for (double t : {-1e300, 1.5, 1e300}) {
+                ZTriMesh body;
+                if (meshes.read(path, prim, t, body)) {
+                    check(body.uvs.size() == 3 * body.v012.size(), "corners without UVs");
+                    for (const ZTuple<3, int>& v : body.v012)
+                        for (int k = 0; k < 3; ++k)
+                            check(v[k] >= 0 && v[k] < body.numVertices(), "a triangle naming a missing point");
+                }
+            }
+    }
+    // OpenUSD holds a layer's parsed values in its own structures (value types, paths and
+    // tokens interned process-wide): this target allows 16x the input plus 1 MiB.
+    check(meter.peakAbove() <= 16 * size + 1024 * 1024, "allocation beyond 16x the input + 1 MiB");
 #elif GROOMCORE_FUZZ_TARGET == 7  // the Alembic reader
     const std::string path = put("archive.abc", data, size);
     bounded(size, [&] { testutil::readWholeArchive(path); });

@@ -52,4 +52,16 @@ cmake -S "$HERE/usd_consumer" -B "$WORK/usd" -DCMAKE_PREFIX_PATH="$PREFIX" -DCMA
 cmake --build "$WORK/usd" >/dev/null
 GROOMCORE_DRIVER_LIBRARY_PATH="$OPENUSD_LIBDIR" "$PYTHON" "$SOURCE/tests/usd/check_usd_export.py" \
   "$WORK/usd/usd_consumer" curves_high_r1_normals curves_low_r05 feathers_deform_scheme4
-echo "install check: relocated package scanned clean; core consumer without OpenUSD or Python; USD consumer equal to usd-core"
+# The USD readers from the moved package: a layer is read whole by the package's own
+# helper first, which finds OpenUSD where the consumer did; a corrupt crate file that ends
+# OpenUSD's reader is refused in one line, the consumer survives.
+printf '#usda 1.0\ndef BasisCurves "guides" {\n  int[] curveVertexCounts = [2]\n  point3f[] points = [(0, 0, 0), (1, 0, 0)]\n}\n' \
+  >"$WORK/guides.usda"
+found="$(env -i LD_LIBRARY_PATH="$OPENUSD_LIBDIR" "$WORK/usd/usd_consumer" --curve-prims "$WORK/guides.usda")" ||
+  fail "the moved package's USD reader cannot read a layer ($found)"
+[ "$found" = "/guides" ] || fail "the moved package's USD reader found '$found', not /guides"
+status=0
+why="$(env -i LD_LIBRARY_PATH="$OPENUSD_LIBDIR" "$WORK/usd/usd_consumer" --curve-prims \
+  "$SOURCE/tests/usd/resources/corrupt_crate.usdc" 2>&1)" || status=$?
+[ "$status" = 1 ] && grep -q "is corrupt" <<<"$why" || fail "a corrupt crate file gave status $status: $why"
+echo "install check: relocated package scanned clean; core consumer without OpenUSD or Python; USD consumer equal to usd-core; USD readers refuse a corrupt crate"

@@ -755,3 +755,25 @@ stage.GetRootLayer().Save()
     assert reader.read(file, "no path", 0.0) is None and reader.message == "no path is no prim path"
     assert reader.read(str(tmp_path / "absent.usda"), "/x", 0.0) is None
     assert reader.message.endswith("cannot be read as a USD layer")
+
+
+def test_a_usd_layer_openusd_does_not_survive_is_refused_in_one_line(root: Path, tmp_path: Path) -> None:
+    """A crate file cut by two bytes (a finding of the USD readers' fuzz target) on which
+    the OpenUSD the package brings ends its process: the readers read every file in another
+    process first, so this one refuses it in one line, and so does groomcore import."""
+    corrupt = str(root / "tests" / "usd" / "resources" / "corrupt_crate.usdc")
+    probe = subprocess.run(
+        [sys.executable, "-c", f"import sys\nfrom groomcore._groomcore import _verifyLayer\n_verifyLayer({corrupt!r})"],
+        capture_output=True,
+    )
+    assert probe.returncode != 0  # it does end a process that opens it
+    curves, meshes = gc.ZCurvesFromUSD(), gc.ZMeshFromUSD()
+    assert curves.curvePrims(corrupt) == [] and "corrupt" in curves.message
+    assert meshes.read(corrupt, "/rig/body", 1.0) is None and "corrupt" in meshes.message
+    done = subprocess.run(
+        [sys.executable, "-m", "groomcore", "import", corrupt, "/rig/guides", corrupt, "/rig/body", tmp_path, "g",
+         "--frames", "1-2"],
+        capture_output=True,
+        text=True,
+    )  # fmt: skip
+    assert done.returncode == 1 and done.stderr.count("\n") == 1 and "corrupt" in done.stderr, done.stderr

@@ -2,6 +2,7 @@
 // writer on usd-core (usd_reference_writer.py), which reads the same two inputs:
 //
 //   usd_export_driver INPUTS OPS BASEPATH
+//   usd_export_driver --curve-prims FILE   (the BasisCurves ZCurvesFromUSD finds, or why not)
 //
 // INPUTS holds named arrays (see usd_scenarios.py): the strands, the follicle arrays the
 // exporter reads, the box, per-strand feather transforms and the feather templates. OPS has
@@ -26,6 +27,7 @@
 #include <string>
 #include <vector>
 
+#include "usd/ZCurvesFromUSD.h"
 #include "usd/ZCurvesToUSD.h"
 
 using namespace Ulmex;
@@ -77,6 +79,12 @@ ZVectorArray vectors(const std::vector<float>& f) {
 } // namespace
 
 int main(int argc, char** argv) {
+    if (argc == 3 && std::string(argv[1]) == "--curve-prims") {
+        ZCurvesFromUSD reader;
+        for (const std::string& p : reader.curvePrims(argv[2])) std::cout << p << "\n";
+        if (!reader.message.empty()) std::cerr << reader.message << "\n";
+        return reader.message.empty() ? 0 : 1;
+    }
     if (argc != 4) {
         std::cerr << "usage: usd_export_driver INPUTS OPS BASEPATH\n";
         return 2;
