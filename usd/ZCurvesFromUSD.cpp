@@ -97,3 +97,15 @@ bool ZCurvesFromUSD::read(const std::string& file, const std::string& primPath, 
     if (!layer.worldMatrix(path, time, curves.worldMatrix, why)) return refuse(why);
     return true;
 }
+
+bool ZCurvesFromUSD::sampledTimes(const std::string& file, const std::string& primPath, double& first, double& last) {
+    message.clear();
+    ZUsdLayer layer;
+    std::string why;
+    SdfPath path;
+    if (!layer.open(file, why) || !layer.findPrim(primPath, "BasisCurves", path, why)) {
+        message = why;
+        return false;
+    }
+    return layer.sampledTimes(path, first, last);
+}

@@ -20,6 +20,11 @@ public:
     // The paths of every BasisCurves prim of the file's layer, in the layer's order.
     std::vector<std::string> curvePrims(const std::string& file);
 
+    // The first and last time code at which the BasisCurves prim at `primPath`, or a transform
+    // above it, is sampled. False for a prim nothing of which is animated, or one that
+    // cannot be read (the reason in message).
+    bool sampledTimes(const std::string& file, const std::string& primPath, double& first, double& last);
+
     // Reads the BasisCurves prim at `primPath` of `file` at `time` into `curves` (widths
     // with their count telling their interpolation, as ZAlembicCurves holds them). False,
     // with `curves` cleared and the reason in message, for a file that is no USD layer, no

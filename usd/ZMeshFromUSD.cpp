@@ -119,3 +119,15 @@ bool ZMeshFromUSD::read(const std::string& file, const std::string& primPath, do
     body.transform(world, true);
     return true;
 }
+
+bool ZMeshFromUSD::sampledTimes(const std::string& file, const std::string& primPath, double& first, double& last) {
+    message.clear();
+    ZUsdLayer layer;
+    std::string why;
+    SdfPath path;
+    if (!layer.open(file, why) || !layer.findPrim(primPath, "Mesh", path, why)) {
+        message = why;
+        return false;
+    }
+    return layer.sampledTimes(path, first, last);
+}

@@ -22,6 +22,11 @@ public:
     // The paths of every Mesh prim of the file's layer, sorted.
     std::vector<std::string> meshPrims(const std::string& file);
 
+    // The first and last time code at which the Mesh prim at `primPath`, or a transform
+    // above it, is sampled. False for a prim nothing of which is animated, or one that
+    // cannot be read (the reason in message).
+    bool sampledTimes(const std::string& file, const std::string& primPath, double& first, double& last);
+
     // Reads the Mesh prim at `primPath` of `file` at `time` into `body`, in world space.
     // False, with `body` emptied and the reason in message, for a file that is no USD layer,
     // no prim there, a prim that is no Mesh, face counts that do not add up to the indices,

@@ -29,6 +29,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <set>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -434,6 +435,22 @@ std::vector<std::string> ZUsdLayer::attributeNames(const SdfPath& prim) const {
     if (!spec) return out;
     for (const SdfAttributeSpecHandle& a : spec->GetAttributes()) out.push_back(a->GetName());
     return out;
+}
+
+bool ZUsdLayer::sampledTimes(const SdfPath& prim, double& first, double& last) const {
+    bool any = false;
+    for (SdfPath p = prim; _layer && !p.IsEmpty() && p != SdfPath::AbsoluteRootPath(); p = p.GetParentPath()) {
+        const SdfPrimSpecHandle spec = _layer->GetPrimAtPath(p);
+        if (!spec) continue;
+        for (const SdfAttributeSpecHandle& a : spec->GetAttributes()) {
+            const std::set<double> times = _layer->ListTimeSamplesForPath(a->GetPath());
+            if (times.empty()) continue;
+            first = any ? std::min(first, *times.begin()) : *times.begin();
+            last = any ? std::max(last, *times.rbegin()) : *times.rbegin();
+            any = true;
+        }
+    }
+    return any;
 }
 
 bool ZUsdLayer::worldMatrix(const SdfPath& prim, double time, Ulmex::ZMatrix& world, std::string& why) const {

@@ -72,6 +72,10 @@ public:
     // The names of the prim's attributes, in the layer's order.
     std::vector<std::string> attributeNames(const pxr::SdfPath& prim) const;
 
+    // The first and last time code at which the prim's attributes, or those of a prim above
+    // it (their transforms), are sampled; false for a prim nothing of which is animated.
+    bool sampledTimes(const pxr::SdfPath& prim, double& first, double& last) const;
+
     // The world matrix of the prim at `time`, for column vectors in single precision:
     // its ops, then each parent's, up to the root or a reset. False, with the reason in
     // `why`, for an xformOp that cannot be read.

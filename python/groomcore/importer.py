@@ -72,9 +72,12 @@ class _UsdCurves:
     """BasisCurves of a flattened USD file."""
 
     def __init__(self, flat: _Flattened, path: str) -> None:
-        self.flat, self.path = flat, path
+        self.flat, self.path, self.file = flat, path, flat.file
         if path not in gc.ZCurvesFromUSD().curvePrims(flat.layer):
             raise CacheError(f"{flat.file} has no BasisCurves prim {path}")
+
+    def sampled(self, fps: float) -> tuple[float, float] | None:
+        return gc.ZCurvesFromUSD().sampledTimes(self.flat.layer, self.path)
 
     def at(self, frame: int, fps: float) -> gc.ZAlembicCurves:
         reader = gc.ZCurvesFromUSD()
@@ -88,9 +91,12 @@ class _UsdBody:
     """A Mesh prim of a flattened USD file."""
 
     def __init__(self, flat: _Flattened, path: str) -> None:
-        self.flat, self.path = flat, path
+        self.flat, self.path, self.file = flat, path, flat.file
         if path not in gc.ZMeshFromUSD().meshPrims(flat.layer):
             raise CacheError(f"{flat.file} has no Mesh prim {path}")
+
+    def sampled(self, fps: float) -> tuple[float, float] | None:
+        return gc.ZMeshFromUSD().sampledTimes(self.flat.layer, self.path)
 
     def at(self, frame: int, fps: float) -> gc.ZTriMesh:
         reader = gc.ZMeshFromUSD()
@@ -100,9 +106,19 @@ class _UsdBody:
         return body
 
 
+def _abc_sampled(obj: gc.ZAlembicObject, fps: float) -> tuple[float, float] | None:
+    """The first and last frame of an object's own stored samples; None for one stored once."""
+    n = obj.numSamples()
+    return (obj.sampleTime(0) * fps, obj.sampleTime(n - 1) * fps) if n > 1 else None
+
+
 class _AbcBody:
     def __init__(self, file: str, path: str) -> None:
         self.archive, self.obj = _open(file, path, "body")
+        self.file, self.path = file, path
+
+    def sampled(self, fps: float) -> tuple[float, float] | None:
+        return _abc_sampled(self.obj, fps)
 
     def at(self, frame: int, fps: float) -> gc.ZTriMesh:
         try:
@@ -114,7 +130,10 @@ class _AbcBody:
 class _AbcCurves:
     def __init__(self, file: str, path: str) -> None:
         self.archive, self.obj = _open(file, path, "curves")
-        self.path = path
+        self.file, self.path = file, path
+
+    def sampled(self, fps: float) -> tuple[float, float] | None:
+        return _abc_sampled(self.obj, fps)
 
     def at(self, frame: int, fps: float) -> gc.ZAlembicCurves:
         curves = self.obj.getCurvesData(self.obj.sampleAtFrame(frame, fps))
@@ -151,6 +170,17 @@ def import_curves(
         _UsdCurves(flat(curves_file), curves_path) if is_usd(curves_file) else _AbcCurves(curves_file, curves_path)
     )
     body_source: Any = _UsdBody(flat(body_file), body_path) if is_usd(body_file) else _AbcBody(body_file, body_path)
+    # Frames outside what an animated input holds would repeat its last pose: a wrong --fps
+    # or frame range, refused before anything is written.
+    for what, src in (("the curves", source), ("the body", body_source)):
+        span = src.sampled(fps)
+        outside = [f for f in frames if span and not span[0] - 1e-6 <= f <= span[1] + 1e-6]
+        if span and outside:
+            unit = "time codes" if isinstance(src, (_UsdCurves, _UsdBody)) else f"frames (at --fps {fps:g})"
+            raise CacheError(
+                f"frame {outside[0]}: {what} {src.path} in {src.file} hold {unit} {span[0]:g}-{span[1]:g} only "
+                f"({len(outside)} of the {len(frames)} frames lie outside)"
+            )
     frame_set = gc.ZBodyFrames()
     follicles = gc.ZFollicles()
     cache = gc.ZCacheData()

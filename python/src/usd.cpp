@@ -5,6 +5,7 @@
 #include <pxr/sdf/fileFormat.h>
 
 #include <nanobind/stl/optional.h>
+#include <nanobind/stl/pair.h>
 #include <nanobind/stl/string.h>
 #include <nanobind/stl/vector.h>
 
@@ -204,6 +205,22 @@ void bindUsd(nb::module_& m) {
         .def(nb::init<>())
         .def_ro("message", &ZCurvesFromUSD::message, doc("ZCurvesFromUSD.message"))
         .def(
+            "sampledTimes",
+            [](ZCurvesFromUSD& r, const ZString& file, const std::string& primPath) -> std::optional<std::pair<double, double>> {
+                loadPluginsApartFromPython();
+                double first = 0.0, last = 0.0;
+                bool ok;
+                {
+                    const Unlocked unlocked("sampledTimes", {writing(r)});
+                    ok = r.sampledTimes(file, primPath, first, last);
+                }
+                if (!ok) return std::nullopt;
+                return std::make_pair(first, last);
+            },
+            nb::arg("file"), nb::arg("primPath"),
+            "(first, last) time codes at which the prim, or a transform above it, is sampled; None for a prim "
+            "nothing of which is animated, or one that cannot be read (the reason in message).")
+        .def(
             "curvePrims",
             [](ZCurvesFromUSD& r, const ZString& file) {
                 loadPluginsApartFromPython();
@@ -250,6 +267,22 @@ void bindUsd(nb::module_& m) {
     nb::class_<ZMeshFromUSD>(m, "ZMeshFromUSD", doc("ZMeshFromUSD"))
         .def(nb::init<>())
         .def_ro("message", &ZMeshFromUSD::message, doc("ZMeshFromUSD.message"))
+        .def(
+            "sampledTimes",
+            [](ZMeshFromUSD& r, const ZString& file, const std::string& primPath) -> std::optional<std::pair<double, double>> {
+                loadPluginsApartFromPython();
+                double first = 0.0, last = 0.0;
+                bool ok;
+                {
+                    const Unlocked unlocked("sampledTimes", {writing(r)});
+                    ok = r.sampledTimes(file, primPath, first, last);
+                }
+                if (!ok) return std::nullopt;
+                return std::make_pair(first, last);
+            },
+            nb::arg("file"), nb::arg("primPath"),
+            "(first, last) time codes at which the prim, or a transform above it, is sampled; None for a prim "
+            "nothing of which is animated, or one that cannot be read (the reason in message).")
         .def(
             "meshPrims",
             [](ZMeshFromUSD& r, const ZString& file) {

@@ -595,12 +595,23 @@ stage.GetRootLayer().Save()
     assert run("check", tmp_path / "c4", "g").returncode == 0
     failed = run("import", usd, "/rig/guides", usd, "/rig/guides", tmp_path / "c5", "g", "--frames", "1-3")
     assert failed.returncode == 1 and failed.stderr.strip().endswith("has no Mesh prim /rig/guides"), failed.stderr
+    failed = run("import", usd, "/rig/guides", usd, "/rig/ground", tmp_path / "c5", "g", "--frames", "0-3")
+    assert failed.returncode == 1 and "frame 0: the curves /rig/guides" in failed.stderr, failed.stderr
+    assert "hold time codes 1-3 only (1 of the 4 frames lie outside)" in failed.stderr
 
     for args, message in (
         (["/rig/stray", *common], "frame 1: 3 of 3 curve roots lie farther than"),
         (["/rig/ground", scene, "/rig/ground", tmp_path / "c2", "g", "--frames", "1-3"], "is not curves"),
         (["/rig/guides", scene, "/rig/guides", tmp_path / "c2", "g", "--frames", "1-3"], "is not a polygon mesh"),
         (["/rig/nothing", *common], "has no object /rig/nothing"),
+        (
+            ["/rig/guides", scene, "/rig/ground", tmp_path / "c2", "g", "--frames", "1-5"],
+            f"frame 4: the curves /rig/guides in {scene} hold frames (at --fps 24) 1-3 only (2 of the 5 frames",
+        ),
+        (
+            ["/rig/guides", scene, "/rig/ground", tmp_path / "c2", "g", "--frames", "1-3", "--fps", "30"],
+            "frame 1: the curves /rig/guides",
+        ),
     ):
         failed = run("import", scene, *args)
         assert failed.returncode == 1 and failed.stderr.count("\n") == 1, failed.stderr
