@@ -121,37 +121,15 @@ def build_sphere(radius: float, rings: int, segments: int) -> gc.ZTriMesh:
 def grow_strands(
     mesh: gc.ZTriMesh, frames: F32, count: int, cv_count: int, length: float
 ) -> tuple[gc.ZFollicles, gc.ZCurves]:
-    """Strands grown with the host toolkit: roots by area (seed 1), root frames from the
-    body's frames, each strand straight along its root's normal, every 50th strand a guide
-    and every strand bound to the nearest, lean axes computed."""
-    f = gc.ZFollicles()
+    """Strands grown with the host toolkit: straight strands on roots by area (seed 1), every
+    50th strand a guide and every strand bound to the nearest."""
     grower = gc.ZRootGrower()
     grower.seed = 1
-    if not grower.grow(mesh, count, f):
-        raise SystemExit(f"groom.py: {grower.message}")
+    f, curves = grower.growStrands(mesh, frames, count, cv_count, length, 0.6)
     n = f.numStrands()
-    u = np.vectorize(gc.ZRandomUnit, otypes=[F])
-    ln = F(length) * (F(0.7) + F(0.6) * u(f.uid.astype(np.uint32) ^ np.uint32(0x5BD1E995)))
-    f.rtp = np.zeros(n, np.int32)
-    f.ln0 = ln
-    f.ln1 = ln
-    f.maxLn0 = float(ln.max())
-    f.maxLn1 = f.maxLn0
-    for name in ("axs", "rxy", "twh", "rwh", "top", "rop"):
-        shape = {"axs": (n, 4, 3), "rxy": (n, 2)}.get(name, (n,))
-        setattr(f, name, np.zeros(shape, F))
-    f.updateAxes(mesh, frames, True)
-    steps = np.arange(cv_count, dtype=F)
-    normal = f.axs[:, 3].copy()  # a view would pin the follicles against the binder below
-    cvs = f.nmp[:, None, :] + normal[:, None, :] * ((ln[:, None] * steps[None, :]) / F(cv_count - 1))[..., None]
-    curves = gc.ZCurves()
-    curves.numCVs = np.full(n, cv_count, np.int32)
-    curves.start = (np.arange(n) * cv_count).astype(np.int32)
-    curves.cvs = cvs.reshape(-1, 3)
     binder = gc.ZGuideBinder()
     if n and not binder.bind(f, np.arange(0, n, 50, dtype=np.int32)):
         raise SystemExit(f"groom.py: {binder.message}")
-    f.calcRxy(curves, True)
     return f, curves
 
 

@@ -166,3 +166,68 @@ bool ZRootGrower::growByDensity(const ZTriMesh& body, float rootsPerUnitArea, ZF
     if (count > 2147483647.0) return message = "more than 2^31 - 1 roots", false;
     return grow(body, static_cast<int>(count), f);
 }
+
+bool ZRootGrower::growStrands(const ZTriMesh& body, const ZAxisArray& frames, int count, int cvCount, float length,
+                              float lengthRandom, ZFollicles& follicles, ZCurves& strands) {
+    message.clear();
+    if (frames.length() != body.numVertices())
+        return message = std::to_string(frames.length()) + " frames for a body of " +
+                         std::to_string(body.numVertices()) + " points",
+               false;
+    if (cvCount < 2) return message = "strands need 2 CVs or more, not " + std::to_string(cvCount), false;
+    if (!(length >= 0.f) || !std::isfinite(length) || !std::isfinite(lengthRandom))
+        return message = "a strand length that is negative or not a number", false;
+    ZFollicles f;
+    f.reset();
+    if (!grow(body, count, f)) return false;
+    const int n = f.numStrands();
+    f.rtp.setLength(n, true);
+    f.ln0.setLengthForOverwrite(n);
+    f.axs.setLength(n, true);
+    f.rxy.setLength(n, true);
+    f.twh.setLength(n, true);
+    f.rwh.setLength(n, true);
+    f.top.setLength(n, true);
+    f.rop.setLength(n, true);
+    const float shortest = 1.f - lengthRandom / 2.f;
+    {
+        const ZParallelRegion region;
+        #pragma omp parallel for schedule(static)
+        for (int i = 0; i < n; ++i)
+            f.ln0[i] = length * (shortest + lengthRandom * ZRandomUnit(static_cast<uint32_t>(f.uid[i]) ^ 0x5bd1e995u));
+    }
+    f.ln1 = f.ln0;
+    f.maxLn0 = 0.f;
+    for (float l : f.ln0) f.maxLn0 = std::max(f.maxLn0, l);
+    f.maxLn1 = f.maxLn0;
+    if (n > 0 && !f.updateAxes(body, frames, true)) return message = "the body has no per-corner UVs", false;
+
+    // Straight out of the body along each root frame's normal.
+    ZCurves c;
+    c.numCVs.assign(static_cast<size_t>(n), cvCount);
+    c.start.setLengthForOverwrite(n);
+    for (int i = 0; i < n; ++i) c.start[i] = i * cvCount;
+    c.cvs.setLengthForOverwrite(n * cvCount);
+    {
+        const ZParallelRegion region;
+        #pragma omp parallel for schedule(static)
+        for (int i = 0; i < n; ++i) {
+            const ZVector& p = f.nmp[i];
+            const ZVector& normal = f.axs[i].zAxis;
+            for (int j = 0; j < cvCount; ++j)
+                c.cvs[i * cvCount + j] = p + normal * (f.ln0[i] * static_cast<float>(j) / static_cast<float>(cvCount - 1));
+        }
+    }
+    // Each strand its own guide: one binding a strand, to itself, of weight 1.
+    f.bdi.counts.assign(static_cast<size_t>(n), 1);
+    f.bdi.starts.setLengthForOverwrite(n);
+    for (int i = 0; i < n; ++i) f.bdi.starts[i] = i;
+    f.bdi.values = f.bdi.starts;
+    f.bdw.counts = f.bdi.counts;
+    f.bdw.starts = f.bdi.starts;
+    f.bdw.values.assign(static_cast<size_t>(n), 1.f);
+    f.calcRxy(c, true);
+    follicles = std::move(f);
+    strands = std::move(c);
+    return true;
+}

@@ -34,6 +34,19 @@ public:
     bool grow(const Ulmex::ZTriMesh& body, int count, ZFollicles& follicles);
     static constexpr int kMaxDraws = 256;
 
+    // A groom to start from, as a host grows one on a body: `count` roots placed as grow()
+    // places them (by area and density), and on each a straight strand of `cvCount` CVs
+    // (2 or more) along its root frame's normal, the frame blended from `frames` (the body's
+    // per-vertex frames, ZBodyFrames). Strand k is `length` long times
+    // (1 - lengthRandom / 2 + lengthRandom * u), u a unit draw from the hash of its uid. Every
+    // follicle array is filled: rtp 0, ln0 = ln1, widths and opacities zero, each strand its
+    // own guide (bdi k, bdw 1), axs and rxy. In parallel, the same bits at any thread count.
+    // False, with both left as they were and the reason in message, where grow() refuses, for
+    // frames of another count than the body's points, fewer than 2 CVs, or a length that is
+    // negative or not a number.
+    bool growStrands(const Ulmex::ZTriMesh& body, const Ulmex::ZAxisArray& frames, int count, int cvCount,
+                     float length, float lengthRandom, ZFollicles& follicles, Ulmex::ZCurves& strands);
+
     // About `rootsPerUnitArea` roots per unit of the body's area, weighted by the density
     // (a map's at each triangle's middle UV), rounded to the nearest whole root.
     bool growByDensity(const Ulmex::ZTriMesh& body, float rootsPerUnitArea, ZFollicles& follicles);

@@ -72,49 +72,19 @@ ZAxisArray sphereFrames(float radius, int rings, int segments) {
 
 void growStrands(const ZTriMesh& mesh, const ZAxisArray& frames, int count, int cvCount, float length, ZFollicles& f,
                  ZCurves& curves) {
-    f.reset();
-    curves.reset();
     ZRootGrower grower;
     grower.seed = 1;
-    if (!grower.grow(mesh, count, f)) {
+    if (!grower.growStrands(mesh, frames, count, cvCount, length, 0.6f, f, curves)) {
         std::cerr << "growStrands: " << grower.message << "\n";
         std::exit(1);
     }
-    const int n = f.numStrands();
-    f.rtp.setLength(n, true);
-    f.ln0.setLength(n);
-    for (int i = 0; i < n; ++i) f.ln0[i] = length * (0.7f + 0.6f * ZRandomUnit(static_cast<uint32_t>(f.uid[i]) ^ 0x5bd1e995u));
-    f.ln1 = f.ln0;
-    f.maxLn0 = 0.f;
-    for (float l : f.ln0) f.maxLn0 = std::max(f.maxLn0, l);
-    f.maxLn1 = f.maxLn0;
-    f.axs.setLength(n, true);
-    f.rxy.setLength(n, true);
-    f.twh.setLength(n, true);
-    f.rwh.setLength(n, true);
-    f.top.setLength(n, true);
-    f.rop.setLength(n, true);
-    if (!f.updateAxes(mesh, frames, true)) std::exit(1);
-
-    // Each strand straight out of the body along its root frame's normal.
-    std::vector<ZVector> cvs(static_cast<size_t>(cvCount));
-    for (int i = 0; i < n; ++i) {
-        const ZVector& p = f.nmp[i];
-        const ZVector& normal = f.axs[i].zAxis;
-        for (int j = 0; j < cvCount; ++j)
-            cvs[static_cast<size_t>(j)] =
-                p + normal * (f.ln0[i] * static_cast<float>(j) / static_cast<float>(cvCount - 1));
-        curves.push(cvs.data(), cvCount);
-    }
-
     ZIntArray guides;
-    for (int i = 0; i < n; i += 50) guides.push_back(i);
+    for (int i = 0; i < f.numStrands(); i += 50) guides.push_back(i);
     ZGuideBinder binder;
-    if (n > 0 && !binder.bind(f, guides)) {
+    if (!guides.empty() && !binder.bind(f, guides)) {
         std::cerr << "growStrands: " << binder.message << "\n";
         std::exit(1);
     }
-    f.calcRxy(curves, true);
 }
 
 void buildFeatherTemplate(int rows, int columns, ZFeather& feather) {

@@ -17,11 +17,11 @@ void buildSphere(float radius, int rings, int segments, Ulmex::ZTriMesh& mesh);
 Ulmex::ZAxisArray sphereFrames(float radius, int rings, int segments);
 
 // Grows `count` strands of `cvCount` CVs and about `length` long (+-30%) on the body, as a
-// host does with the toolkit: roots by area (ZRootGrower, seed 1), root frames from
-// `frames` (the body's ZBodyFrames), each strand straight along its root's normal, every
-// 50th strand a guide and every strand bound to the nearest (ZGuideBinder), then lean axes
-// (calcRxy). Widths and opacities are zero. Lengths come from the system hash of the uid:
-// the groom is the same on every run, machine and thread count.
+// host does with the toolkit: ZRootGrower::growStrands (seed 1; root frames from `frames`,
+// the body's ZBodyFrames; each strand straight along its root's normal; every follicle
+// array filled, widths and opacities zero), then every 50th strand a guide and every strand
+// bound to the nearest (ZGuideBinder). The groom is the same on every run, machine and
+// thread count.
 void growStrands(const Ulmex::ZTriMesh& mesh, const Ulmex::ZAxisArray& frames, int count, int cvCount, float length,
                  ZFollicles& f, Ulmex::ZCurves& curves);
 

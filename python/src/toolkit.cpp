@@ -135,6 +135,34 @@ void bindToolkit(nb::module_& m) {
             },
             nb::arg("body"), nb::arg("rootsPerUnitArea"), nb::arg("follicles"), nb::arg("densityMap").none() = nb::none(),
             doc("ZRootGrower.growByDensity"));
+    grower.def(
+        "growStrands",
+        [](ZRootGrower& g, const ZTriMesh& body, nb::handle frames, int count, int cvCount, float length,
+           float lengthRandom, const ZImageMap* densityMap) {
+            ZAxisArray axes;
+            assign(axes, frames, "frames");
+            checkTriMesh(body, "growStrands");
+            ZFollicles f;
+            ZCurves c;
+            bool ok;
+            {
+                const Unlocked unlocked("growStrands", {writing(g), reading(body)});
+                g.densityMap = densityMap;
+                ok = g.growStrands(body, axes, count, cvCount, length, lengthRandom, f, c);
+                g.densityMap = nullptr;
+            }
+            if (!ok) throw nb::value_error(("growStrands: " + g.message).c_str());
+            return nb::make_tuple(std::move(f), std::move(c));
+        },
+        nb::arg("body"), nb::arg("frames"), nb::arg("count"), nb::arg("cvCount"), nb::arg("length"),
+        nb::arg("lengthRandom") = 0.f, nb::arg("densityMap").none() = nb::none(),
+        nb::sig("def growStrands(self, body: ZTriMesh, frames: numpy.typing.NDArray[numpy.float32], count: int, "
+                "cvCount: int, length: float, lengthRandom: float = 0.0, densityMap: ZImageMap | None = None) -> "
+                "tuple[ZFollicles, ZCurves]"),
+        "(follicles, curves): `count` straight strands of cvCount CVs grown on the body, each along its root "
+        "frame's normal (frames: ZBodyFrames.compute(body)), `length` long times (1 - lengthRandom / 2 + "
+        "lengthRandom * u) for a unit draw u from the uid's hash, every follicle array filled, each strand its "
+        "own guide. Raises ValueError, saying why, where the body, the frames or the numbers cannot be grown on.");
     arrayField(grower, "pointDensity", &ZRootGrower::pointDensity, "ZRootGrower.pointDensity");
 
     nb::class_<ZGuideBinder>(m, "ZGuideBinder", doc("ZGuideBinder"))

@@ -315,3 +315,57 @@ TEST(GuideBinder, BindsEachStrandToTheGuideNearestItsRoot) {
     EXPECT_EQ(b.message, "guide 1000 is outside the 1000 strands");
     EXPECT_FALSE(b.bind(f, {}));
 }
+
+TEST(RootGrower, GrowsStraightStrandsOutOfTheBodyAtAnyThreadCount) {
+    ZTriMesh body;
+    examples::buildSphere(1.f, 16, 32, body);
+    ZBodyFrames bf;
+    ZAxisArray frames;
+    ASSERT_TRUE(bf.build(body) && bf.compute(body, frames));
+    ZRootGrower g;
+    g.seed = 3;
+    ZFollicles f;
+    ZCurves c;
+    ASSERT_TRUE(g.growStrands(body, frames, 3000, 5, 0.5f, 0.4f, f, c)) << g.message;
+    ASSERT_EQ(f.numStrands(), 3000);
+    ASSERT_EQ(c.numCurves(), 3000);
+    float shortest = 1.f, longest = 0.f;
+    for (int i = 0; i < 3000; ++i) {
+        // Rooted on the body where the roots grow() places lie, straight out along the
+        // surface (the sphere's normal is the root's own direction), as long as ln0 says.
+        const ZVector root = c.cvs[c.start[i]], tip = c.cvs[c.start[i] + 4];
+        ASSERT_EQ(root, f.nmp[i]);
+        EXPECT_GT((tip - root).normalized(false).dot(root.normalized(false)), 0.99f) << i;
+        EXPECT_NEAR((tip - root).length(), f.ln0[i], 1e-5f);
+        EXPECT_NEAR(c.lineLength(i), f.ln0[i], 1e-5f);
+        EXPECT_EQ(f.ln1[i], f.ln0[i]);
+        EXPECT_EQ(f.bdi(i, 0), i);
+        shortest = std::min(shortest, f.ln0[i]);
+        longest = std::max(longest, f.ln0[i]);
+    }
+    // Lengths spread over 0.5 x (0.8 ... 1.2), the same draw as the uid's hash gives.
+    EXPECT_GE(shortest, 0.4f);
+    EXPECT_LE(longest, 0.6f);
+    EXPECT_LT(shortest, 0.41f);
+    EXPECT_GT(longest, 0.59f);
+    EXPECT_EQ(f.ln0[7], 0.5f * (0.8f + 0.4f * ZRandomUnit(static_cast<uint32_t>(f.uid[7]) ^ 0x5bd1e995u)));
+    EXPECT_EQ(f.maxLn0, longest);
+    // The roots are grow()'s, and the same bits at any thread count.
+    ZFollicles roots;
+    ASSERT_TRUE(g.grow(body, 3000, roots));
+    EXPECT_TRUE(sameBits(roots.nmp, f.nmp) && sameBits(roots.tgl, f.tgl));
+    for (int t : {1, 2, 64}) {
+        ZFollicles h;
+        ZCurves d;
+        atThreads(t, [&] { return g.growStrands(body, frames, 3000, 5, 0.5f, 0.4f, h, d); });
+        EXPECT_TRUE(sameBits(d.cvs, c.cvs) && sameBits(h.axs, f.axs) && sameBits(h.rxy, f.rxy)) << t;
+    }
+    // Refused, leaving the groom as it was: frames of another body, one CV, no length.
+    ZAxisArray fewer = frames;
+    fewer.pop_back();
+    EXPECT_FALSE(g.growStrands(body, fewer, 10, 5, 0.5f, 0.f, f, c));
+    EXPECT_FALSE(g.growStrands(body, frames, 10, 1, 0.5f, 0.f, f, c));
+    EXPECT_FALSE(g.growStrands(body, frames, 10, 5, std::nanf(""), 0.f, f, c));
+    EXPECT_EQ(f.numStrands(), 3000);
+    EXPECT_FALSE(g.message.empty());
+}
