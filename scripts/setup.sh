@@ -76,9 +76,25 @@ PKG_STAMP="$VENV/.groomcore-package.sha256"
 want="$(cd "$ROOT" && find base strands modifiers feathers cache toolkit usd python/src python/groomcore python/tools \
           python/CMakeLists.txt cmake CMakeLists.txt pyproject.toml scripts/openusd-requirements.txt \
           scripts/openusd_prefix.py -type f -not -name '*.pyc' | LC_ALL=C sort | xargs sha256sum | sha256sum | cut -d' ' -f1)"
-if [ ! -f "$PKG_STAMP" ] || [ "$(cat "$PKG_STAMP")" != "$want" ]; then
+WHEELS="$ROOT/build/wheel"
+if [ ! -f "$PKG_STAMP" ] || [ "$(cat "$PKG_STAMP")" != "$want" ] || ! ls "$WHEELS"/groomcore-*.whl >/dev/null 2>&1; then
   echo "setup: building the Python package groomcore into $VENV"
-  "$VENV/bin/python" -m pip install -q --no-build-isolation --no-deps "$ROOT"
+  rm -rf "$WHEELS"
+  "$VENV/bin/python" -m pip wheel -q --no-build-isolation --no-deps -w "$WHEELS" "$ROOT"
+  "$VENV/bin/python" -m pip install -q --no-deps --force-reinstall "$WHEELS"/groomcore-*.whl
   echo "$want" > "$PKG_STAMP"
+fi
+
+# Blender as a Python module (bpy, from PyPI) in an environment of its own, for the Blender
+# extension's tests. groomcore is not installed there: the extension brings its wheel.
+BVENV="$ROOT/.venv-blender"
+BREQ="$ROOT/scripts/blender-requirements.txt"
+BSTAMP="$BVENV/.requirements.sha256"
+want_b="$(sha256sum "$BREQ" | cut -d' ' -f1)"
+if [ ! -f "$BSTAMP" ] || [ "$(cat "$BSTAMP")" != "$want_b" ]; then
+  echo "setup: installing Blender (bpy) into $BVENV"
+  [ -x "$BVENV/bin/python" ] || "$PY" -m venv "$BVENV"
+  "$BVENV/bin/python" -m pip install -q -r "$BREQ"
+  echo "$want_b" > "$BSTAMP"
 fi
 echo "setup: ready"
