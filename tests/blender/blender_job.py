@@ -75,9 +75,31 @@ cube.groomcore.count = 300
 assert bpy.ops.groomcore.grow() == {"FINISHED"}
 bare_count = len(bpy.context.active_object.data.curves)
 
+surface_ok = groom.data.surface == body
+chosen = (settings.count, settings.cv_count)
+widths = (settings.root_width, settings.tip_width)
+
+# Saved with the .blend and opened again: the settings come back on the body, the strands
+# as they were, and growing again from the reopened settings gives the same bits.
+blend = out.replace(".npz", ".blend")
+bpy.ops.wm.save_as_mainfile(filepath=blend)
+body_name, groom_name = body.name, groom.name
+bpy.ops.wm.open_mainfile(filepath=blend)
+reopened = bpy.data.objects[body_name]
+kept = np.empty(3 * len(bpy.data.objects[groom_name].data.points), np.float32)
+bpy.data.objects[groom_name].data.position_data.foreach_get("vector", kept)
+reopened_settings = (reopened.groomcore.count, reopened.groomcore.seed, reopened.groomcore.cv_count)
+bpy.context.view_layer.objects.active = reopened
+assert bpy.ops.groomcore.grow() == {"FINISHED"}
+again = np.empty(3 * len(bpy.context.active_object.data.points), np.float32)
+bpy.context.active_object.data.position_data.foreach_get("vector", again)
+
 np.savez(
     out,
     refusal=np.array([refusal]),
+    kept=kept,
+    again=again,
+    reopened_settings=np.array(reopened_settings, np.int64),
     bare_count=np.array([bare_count]),
     positions=positions,
     radii=radii,
@@ -85,7 +107,7 @@ np.savez(
     package_cvs=np.ascontiguousarray(strands.cvs, np.float32).ravel(),
     package_counts=np.asarray(strands.numCVs),
     package_module=np.array([gc.__file__]),
-    surface=np.array([groom.data.surface == body]),
-    settings=np.array([settings.count, settings.cv_count], np.int64),
-    widths=np.array([settings.root_width, settings.tip_width], np.float32),
+    surface=np.array([surface_ok]),
+    settings=np.array(chosen, np.int64),
+    widths=np.array(widths, np.float32),
 )

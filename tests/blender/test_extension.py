@@ -49,3 +49,8 @@ def test_a_groom_grown_in_blender_is_the_package_s_bit_for_bit(extension_zip: Pa
     # A mesh without faces is refused with the reason; one without UVs grows.
     assert "points has no faces to grow on" in str(out["refusal"][0])
     assert int(out["bare_count"][0]) == 300
+    # Saved and reopened: the strands as they were, the settings on the body, and the groom
+    # grown again from them the same bits.
+    assert out["kept"].tobytes() == out["positions"].tobytes()
+    assert out["reopened_settings"].tolist() == [count, 5, cv_count]
+    assert out["again"].tobytes() == out["positions"].tobytes()
