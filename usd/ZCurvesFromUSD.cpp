@@ -12,14 +12,10 @@ using namespace Ulmex;
 using namespace pxr;
 
 std::vector<std::string> ZCurvesFromUSD::curvePrims(const std::string& file) {
-    message.clear();
-    ZUsdLayer layer;
     std::string why;
-    if (!layer.open(file, why)) {
-        message = why;
-        return {};
-    }
-    return layer.primsOfType("BasisCurves");
+    std::vector<std::string> out = ZUsdLayer::primsOfType(file, "BasisCurves", why);
+    message = why;
+    return out;
 }
 
 bool ZCurvesFromUSD::read(const std::string& file, const std::string& primPath, double time, ZAlembicCurves& curves) {
@@ -99,13 +95,8 @@ bool ZCurvesFromUSD::read(const std::string& file, const std::string& primPath, 
 }
 
 bool ZCurvesFromUSD::sampledTimes(const std::string& file, const std::string& primPath, double& first, double& last) {
-    message.clear();
-    ZUsdLayer layer;
     std::string why;
-    SdfPath path;
-    if (!layer.open(file, why) || !layer.findPrim(primPath, "BasisCurves", path, why)) {
-        message = why;
-        return false;
-    }
-    return layer.sampledTimes(path, first, last);
+    const bool animated = ZUsdLayer::sampledTimes(file, primPath, "BasisCurves", first, last, why);
+    message = why;
+    return animated;
 }

@@ -30,14 +30,10 @@ std::string uvPrimvar(const ZUsdLayer& layer, const SdfPath& prim, double time) 
 } // namespace
 
 std::vector<std::string> ZMeshFromUSD::meshPrims(const std::string& file) {
-    message.clear();
-    ZUsdLayer layer;
     std::string why;
-    if (!layer.open(file, why)) {
-        message = why;
-        return {};
-    }
-    return layer.primsOfType("Mesh");
+    std::vector<std::string> out = ZUsdLayer::primsOfType(file, "Mesh", why);
+    message = why;
+    return out;
 }
 
 bool ZMeshFromUSD::read(const std::string& file, const std::string& primPath, double time, ZTriMesh& body) {
@@ -121,13 +117,8 @@ bool ZMeshFromUSD::read(const std::string& file, const std::string& primPath, do
 }
 
 bool ZMeshFromUSD::sampledTimes(const std::string& file, const std::string& primPath, double& first, double& last) {
-    message.clear();
-    ZUsdLayer layer;
     std::string why;
-    SdfPath path;
-    if (!layer.open(file, why) || !layer.findPrim(primPath, "Mesh", path, why)) {
-        message = why;
-        return false;
-    }
-    return layer.sampledTimes(path, first, last);
+    const bool animated = ZUsdLayer::sampledTimes(file, primPath, "Mesh", first, last, why);
+    message = why;
+    return animated;
 }

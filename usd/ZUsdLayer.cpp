@@ -437,6 +437,21 @@ std::vector<std::string> ZUsdLayer::attributeNames(const SdfPath& prim) const {
     return out;
 }
 
+std::vector<std::string> ZUsdLayer::primsOfType(const std::string& file, const std::string& typeName,
+                                                std::string& why) {
+    ZUsdLayer layer;
+    if (!layer.open(file, why)) return {};
+    return layer.primsOfType(typeName);
+}
+
+bool ZUsdLayer::sampledTimes(const std::string& file, const std::string& primPath, const std::string& typeName,
+                             double& first, double& last, std::string& why) {
+    ZUsdLayer layer;
+    SdfPath path;
+    return layer.open(file, why) && layer.findPrim(primPath, typeName, path, why) &&
+           layer.sampledTimes(path, first, last);
+}
+
 bool ZUsdLayer::sampledTimes(const SdfPath& prim, double& first, double& last) const {
     bool any = false;
     for (SdfPath p = prim; _layer && !p.IsEmpty() && p != SdfPath::AbsoluteRootPath(); p = p.GetParentPath()) {

@@ -45,6 +45,15 @@ public:
     // file as a layer.
     static int readEveryValue(const std::string& file);
 
+    // What every USD reader offers, for the prims of type `typeName` of `file`: their paths,
+    // sorted (empty, with the reason in `why`, for a file that is no layer), and the first
+    // and last time code at which the prim at `primPath` or a transform above it is sampled
+    // (false for a prim nothing of which is animated, or, with `why`, one that cannot be read).
+    static std::vector<std::string> primsOfType(const std::string& file, const std::string& typeName,
+                                                std::string& why);
+    static bool sampledTimes(const std::string& file, const std::string& primPath, const std::string& typeName,
+                             double& first, double& last, std::string& why);
+
     // The paths of every prim of the layer whose type is `typeName`, sorted.
     std::vector<std::string> primsOfType(const std::string& typeName) const;
 

@@ -71,6 +71,55 @@ void checkExport(const ZCurvesToUSD& x, const char* what, bool feathers) {
 
 } // namespace
 
+// The USD readers (ZCurvesFromUSD, ZMeshFromUSD) offer the same calls: the prims of their
+// type, the sampled time codes of one, and the prim read at a time code into an Out.
+template <typename R, typename Out>
+void bindUsdReader(nb::module_& m, const char* name, const char* primsName,
+                   std::vector<std::string> (R::*prims)(const std::string&), const char* readDoc) {
+    const std::string cls(name);
+    nb::class_<R>(m, name, doc(cls))
+        .def(nb::init<>())
+        .def_ro("message", &R::message, doc(cls + ".message"))
+        .def(
+            "sampledTimes",
+            [](R& r, const ZString& file, const std::string& primPath) -> std::optional<std::pair<double, double>> {
+                loadPluginsApartFromPython();
+                double first = 0.0, last = 0.0;
+                bool ok;
+                {
+                    const Unlocked unlocked("sampledTimes", {writing(r)});
+                    ok = r.sampledTimes(file, primPath, first, last);
+                }
+                if (!ok) return std::nullopt;
+                return std::make_pair(first, last);
+            },
+            nb::arg("file"), nb::arg("primPath"),
+            "(first, last) time codes at which the prim, or a transform above it, is sampled; None for a prim "
+            "nothing of which is animated, or one that cannot be read (the reason in message).")
+        .def(
+            primsName,
+            [prims, primsName](R& r, const ZString& file) {
+                loadPluginsApartFromPython();
+                const Unlocked unlocked(primsName, {writing(r)});
+                return (r.*prims)(file);
+            },
+            nb::arg("file"), doc(cls + "." + primsName))
+        .def(
+            "read",
+            [](R& r, const ZString& file, const std::string& primPath, double time) -> std::optional<Out> {
+                loadPluginsApartFromPython();
+                Out out;
+                bool ok;
+                {
+                    const Unlocked unlocked("read", {writing(r)});
+                    ok = r.read(file, primPath, time, out);
+                }
+                if (!ok) return std::nullopt;
+                return out;
+            },
+            nb::arg("file"), nb::arg("primPath"), nb::arg("time"), readDoc);
+}
+
 void bindUsd(nb::module_& m) {
     using X = ZCurvesToUSD;
     nb::class_<X> cls(m, "ZCurvesToUSD", nb::dynamic_attr(), doc("ZCurvesToUSD"));
@@ -201,49 +250,10 @@ void bindUsd(nb::module_& m) {
 
     hostDataFields<X>(cls, "ZCurvesToUSD");
 
-    nb::class_<ZCurvesFromUSD>(m, "ZCurvesFromUSD", doc("ZCurvesFromUSD"))
-        .def(nb::init<>())
-        .def_ro("message", &ZCurvesFromUSD::message, doc("ZCurvesFromUSD.message"))
-        .def(
-            "sampledTimes",
-            [](ZCurvesFromUSD& r, const ZString& file, const std::string& primPath) -> std::optional<std::pair<double, double>> {
-                loadPluginsApartFromPython();
-                double first = 0.0, last = 0.0;
-                bool ok;
-                {
-                    const Unlocked unlocked("sampledTimes", {writing(r)});
-                    ok = r.sampledTimes(file, primPath, first, last);
-                }
-                if (!ok) return std::nullopt;
-                return std::make_pair(first, last);
-            },
-            nb::arg("file"), nb::arg("primPath"),
-            "(first, last) time codes at which the prim, or a transform above it, is sampled; None for a prim "
-            "nothing of which is animated, or one that cannot be read (the reason in message).")
-        .def(
-            "curvePrims",
-            [](ZCurvesFromUSD& r, const ZString& file) {
-                loadPluginsApartFromPython();
-                const Unlocked unlocked("curvePrims", {writing(r)});
-                return r.curvePrims(file);
-            },
-            nb::arg("file"), doc("ZCurvesFromUSD.curvePrims"))
-        .def(
-            "read",
-            [](ZCurvesFromUSD& r, const ZString& file, const std::string& primPath, double time) -> std::optional<ZAlembicCurves> {
-                loadPluginsApartFromPython();
-                ZAlembicCurves c;
-                bool ok;
-                {
-                    const Unlocked unlocked("read", {writing(r)});
-                    ok = r.read(file, primPath, time, c);
-                }
-                if (!ok) return std::nullopt;
-                return c;
-            },
-            nb::arg("file"), nb::arg("primPath"), nb::arg("time"),
-            "A ZAlembicCurves of the BasisCurves prim at primPath of the file's layer at the time code, or None "
-            "with the reason in message.");
+    bindUsdReader<ZCurvesFromUSD, ZAlembicCurves>(
+        m, "ZCurvesFromUSD", "curvePrims", &ZCurvesFromUSD::curvePrims,
+        "A ZAlembicCurves of the BasisCurves prim at primPath of the file's layer at the time code, or None with "
+        "the reason in message.");
 
     // The USD readers read a file whole in another process before they open it here (see
     // ZUsdLayer::open). In Python that process is this interpreter run again: OpenUSD in
@@ -264,49 +274,10 @@ void bindUsd(nb::module_& m) {
                                     "sys.exit(_verifyLayer(sys.argv[1]))"});
     }
 
-    nb::class_<ZMeshFromUSD>(m, "ZMeshFromUSD", doc("ZMeshFromUSD"))
-        .def(nb::init<>())
-        .def_ro("message", &ZMeshFromUSD::message, doc("ZMeshFromUSD.message"))
-        .def(
-            "sampledTimes",
-            [](ZMeshFromUSD& r, const ZString& file, const std::string& primPath) -> std::optional<std::pair<double, double>> {
-                loadPluginsApartFromPython();
-                double first = 0.0, last = 0.0;
-                bool ok;
-                {
-                    const Unlocked unlocked("sampledTimes", {writing(r)});
-                    ok = r.sampledTimes(file, primPath, first, last);
-                }
-                if (!ok) return std::nullopt;
-                return std::make_pair(first, last);
-            },
-            nb::arg("file"), nb::arg("primPath"),
-            "(first, last) time codes at which the prim, or a transform above it, is sampled; None for a prim "
-            "nothing of which is animated, or one that cannot be read (the reason in message).")
-        .def(
-            "meshPrims",
-            [](ZMeshFromUSD& r, const ZString& file) {
-                loadPluginsApartFromPython();
-                const Unlocked unlocked("meshPrims", {writing(r)});
-                return r.meshPrims(file);
-            },
-            nb::arg("file"), doc("ZMeshFromUSD.meshPrims"))
-        .def(
-            "read",
-            [](ZMeshFromUSD& r, const ZString& file, const std::string& primPath, double time) -> std::optional<ZTriMesh> {
-                loadPluginsApartFromPython();
-                ZTriMesh body;
-                bool ok;
-                {
-                    const Unlocked unlocked("read", {writing(r)});
-                    ok = r.read(file, primPath, time, body);
-                }
-                if (!ok) return std::nullopt;
-                return body;
-            },
-            nb::arg("file"), nb::arg("primPath"), nb::arg("time"),
-            "The ZTriMesh of the Mesh prim at primPath of the file's layer at the time code, in world space, or None "
-            "with the reason in message.");
+    bindUsdReader<ZMeshFromUSD, ZTriMesh>(
+        m, "ZMeshFromUSD", "meshPrims", &ZMeshFromUSD::meshPrims,
+        "The ZTriMesh of the Mesh prim at primPath of the file's layer at the time code, in world space, or None "
+        "with the reason in message.");
 }
 
 } // namespace gcpy
